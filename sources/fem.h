@@ -1,0 +1,13 @@
+// The whole public interface of kelt FEM.
+#pragma once
+
+#include "kelt/core/types.h"
+#include "kelt/math/math.h"
+#include "kelt/fem/base_class.h"
+#include "kelt/fem/bases_mgr.h"
+#include "kelt/fem/context.h"
+#include "kelt/fem/DOFs_mgr.h"
+#include "kelt/fem/evolution_funcs_mgr.h"
+#include "kelt/fem/numerical_models_mgr.h"
+#include "kelt/fem/solver_base.h"
+#include "kelt/fem/tables.h"

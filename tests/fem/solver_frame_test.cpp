@@ -1,0 +1,278 @@
+// The run protocol through a small solver written here: validation, stop checks,
+// the first-error rule, warnings, the log, the memory check and exceptions.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kelt/fem/context.h"
+#include "kelt/fem/solver_frame.h"
+
+using namespace kelt;
+
+namespace {
+
+// What the test solver's body does, step by step.
+enum class action { log_phase, warn_pivot, warn_convergence, raise_pivot, raise_memory, throw_bad_alloc, throw_other, need_memory };
+
+class counting_solver : public fem::solver_base {
+public:
+    struct settings_type : fem::run_callbacks<> {
+        int phases = 3;
+        std::vector<action> actions;
+        void reset() { *this = settings_type(); }
+        bool valid() const { return phases >= 0; }
+    };
+    struct data_type : fem::run_status {
+        fem::context ctx;
+        bool model_present = true;
+        unsigned phases_done = 0;
+        double total_time = 0.0;
+        void clear_data_out()
+        {
+            clear_status();
+            phases_done = 0;
+            total_time = 0.0;
+        }
+        bool valid() const { return model_present; }
+    };
+
+    counting_solver() { settings.reset(); }
+    void run(data_type& data) const;
+
+    settings_type settings;
+};
+
+struct test_types {};
+
+class counting_core : public core::solver_base<test_types, counting_solver::settings_type, counting_solver::data_type> {
+public:
+    using solver_base::solver_base;
+
+    void body()
+    {
+        core::phase_timer total(data->total_time);
+        log(0, "KELT counting solver.\n");
+        for (int p = 0; p < settings.phases; ++p) {
+            if (stop_requested()) return;
+            for (action a : settings.actions) act(a);
+            ++data->phases_done;
+            log(1, "Phase %d done.\n", p);
+        }
+    }
+
+    void act(action a)
+    {
+        switch (a) {
+        case action::log_phase: log_value(2, "Value = %g.\n", 1.5); break;
+        case action::warn_pivot: raise_warning(pivot_warning, "Pivot warning."); break;
+        case action::warn_convergence: raise_warning(convergence_warning, "Convergence warning."); break;
+        case action::raise_pivot: KELT_RAISE(*this, pivot_error, "Pivot error."); break;
+        case action::raise_memory: KELT_RAISE(*this, memory_error, "Memory error."); break;
+        case action::throw_bad_alloc: throw std::bad_alloc();
+        case action::throw_other: throw std::runtime_error("unexpected");
+        case action::need_memory: check_memory({1.5 * 1048576.0, 0.75 * 1048576.0}, __FILE__, __LINE__); break;
+        }
+    }
+};
+
+void counting_solver::run(data_type& data) const
+{
+    counting_core solver(settings, data);
+    solver.context = static_cast<core::context_type*>(fem::core_of(data.ctx));
+    core::run_frame(solver, "KELT counting: invalid settings.\n", "KELT counting: invalid data.\n",
+                    [&] { solver.body(); });
+}
+
+struct log_capture {
+    std::vector<std::pair<unsigned, std::string>> lines;
+    int interrupt_after = -1; // calls of the interrupt handler before it says stop
+    int interrupt_calls = 0;
+};
+
+void capture(void* user, unsigned level, const char* text)
+{
+    static_cast<log_capture*>(user)->lines.emplace_back(level, text);
+}
+
+bool interrupt(void* user)
+{
+    auto* c = static_cast<log_capture*>(user);
+    return c->interrupt_calls++ == c->interrupt_after;
+}
+
+counting_solver with_capture(log_capture& c)
+{
+    counting_solver s;
+    s.settings.log_hdl = capture;
+    s.settings.interrupt_hdl = interrupt;
+    s.settings.user_data = &c;
+    return s;
+}
+
+} // namespace
+
+TEST(solver_frame, clean_run_logs_every_phase_with_its_level)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    counting_solver::data_type d;
+    s.run(d);
+    EXPECT_FALSE(d.error_raised());
+    EXPECT_FALSE(d.warning_raised());
+    EXPECT_EQ(d.phases_done, 3u);
+    ASSERT_EQ(c.lines.size(), 4u);
+    EXPECT_EQ(c.lines[0].first, 0u);
+    EXPECT_EQ(c.lines[2].second, "Phase 1 done.\n");
+    EXPECT_GE(d.total_time, 0.0);
+    EXPECT_EQ(c.interrupt_calls, 3);
+}
+
+TEST(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    counting_solver::data_type d;
+    s.settings.phases = -1;
+    s.run(d);
+    EXPECT_EQ(d.error_code, invalid_data_error);
+    EXPECT_STREQ(d.msg_title, "MODE ERROR");
+    EXPECT_STREQ(d.msg_detail, "KELT counting: invalid settings.\n");
+
+    s.settings.phases = 2;
+    d.model_present = false;
+    s.run(d); // the record is cleared first: a new error, not the old one
+    EXPECT_EQ(d.error_code, invalid_data_error);
+    EXPECT_STREQ(d.msg_title, "DATA ERROR");
+    EXPECT_STREQ(d.msg_detail, "KELT counting: invalid data.\n");
+    EXPECT_TRUE(c.lines.empty());
+    EXPECT_EQ(c.interrupt_calls, 0);
+}
+
+TEST(solver_frame, first_error_stays_and_stops_the_run)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    s.settings.actions = {action::raise_pivot, action::raise_memory};
+    counting_solver::data_type d;
+    s.run(d);
+    EXPECT_EQ(d.error_code, pivot_error);
+    EXPECT_STREQ(d.msg_title, "Pivot error.");
+    const std::string detail = d.msg_detail;
+    EXPECT_EQ(detail.rfind("\nFile = solver_frame_test.cpp, Line #", 0), 0u) << detail;
+    EXPECT_EQ(detail.substr(detail.size() - 3), ". \n");
+    EXPECT_EQ(d.phases_done, 1u); // the failing phase ends, the next stop check ends the run
+}
+
+TEST(solver_frame, warnings_keep_the_first_and_the_interrupt_overwrites)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    s.settings.actions = {action::warn_pivot, action::warn_convergence};
+    counting_solver::data_type d;
+    s.run(d);
+    EXPECT_EQ(d.warning_code, pivot_warning);
+    EXPECT_STREQ(d.msg_title, "Pivot warning.");
+    EXPECT_STREQ(d.msg_detail, "");
+    EXPECT_EQ(d.phases_done, 3u); // a warning does not stop
+
+    c = log_capture();
+    c.interrupt_after = 1; // stop at the second check, after a warning was stored
+    s.run(d);
+    EXPECT_EQ(d.error_code, no_error);
+    EXPECT_EQ(d.warning_code, interrupted_warning);
+    EXPECT_EQ(d.phases_done, 1u);
+    EXPECT_EQ(c.interrupt_calls, 2);
+}
+
+TEST(solver_frame, interrupt_at_first_check_is_polled_once)
+{
+    log_capture c;
+    c.interrupt_after = 0;
+    counting_solver s = with_capture(c);
+    counting_solver::data_type d;
+    s.run(d);
+    EXPECT_EQ(d.warning_code, interrupted_warning);
+    EXPECT_EQ(d.error_code, no_error);
+    EXPECT_EQ(d.phases_done, 0u);
+    EXPECT_EQ(c.interrupt_calls, 1);
+}
+
+TEST(solver_frame, an_error_is_never_replaced_by_a_warning)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    s.settings.actions = {action::raise_memory, action::warn_pivot};
+    counting_solver::data_type d;
+    s.run(d);
+    EXPECT_EQ(d.error_code, memory_error);
+    EXPECT_EQ(d.warning_code, no_error);
+    EXPECT_STREQ(d.msg_title, "Memory error.");
+}
+
+TEST(solver_frame, exceptions_become_errors)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    counting_solver::data_type d;
+    s.settings.actions = {action::throw_bad_alloc};
+    s.run(d);
+    EXPECT_EQ(d.error_code, memory_error);
+    EXPECT_STREQ(d.msg_title, "MEMORY ERROR");
+    EXPECT_STREQ(d.msg_detail, "");
+
+    s.settings.actions = {action::throw_other};
+    s.run(d);
+    EXPECT_EQ(d.error_code, internal_error);
+    EXPECT_STREQ(d.msg_title, "INTERNAL ERROR");
+
+    s.settings.actions = {action::raise_pivot, action::throw_other};
+    s.run(d); // an error raised before the throw stays
+    EXPECT_EQ(d.error_code, pivot_error);
+}
+
+TEST(solver_frame, memory_check_against_the_context_limit)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    s.settings.actions = {action::need_memory}; // 2.25 MB asked
+    counting_solver::data_type d;
+    d.ctx.set_max_total_size(3);
+    s.run(d);
+    EXPECT_EQ(d.error_code, no_error);
+    d.ctx.set_max_total_size(2);
+    s.run(d);
+    EXPECT_EQ(d.error_code, insufficient_memory_error);
+    EXPECT_STREQ(d.msg_title, "Insufficient memory.");
+    EXPECT_EQ(d.phases_done, 1u); // the next stop check ends the run
+}
+
+TEST(solver_frame, null_handlers_change_no_result)
+{
+    log_capture c;
+    counting_solver with = with_capture(c);
+    counting_solver without;
+    with.settings.actions = without.settings.actions = {action::log_phase, action::warn_pivot};
+    counting_solver::data_type a, b;
+    with.run(a);
+    without.run(b);
+    EXPECT_EQ(a.phases_done, b.phases_done);
+    EXPECT_EQ(a.warning_code, b.warning_code);
+    EXPECT_STREQ(a.msg_title, b.msg_title);
+    EXPECT_FALSE(c.lines.empty());
+}
+
+TEST(solver_frame, long_log_lines_are_cut_at_the_buffer)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    counting_core solver(s.settings, *new counting_solver::data_type);
+    const std::string long_text(600, 'x');
+    solver.log(2, "%s", long_text.c_str());
+    ASSERT_EQ(c.lines.size(), 1u);
+    EXPECT_EQ(c.lines[0].second.size(), 255u);
+    delete solver.data;
+}
