@@ -64,10 +64,10 @@ public:
 
     [[nodiscard]] bool push_back_n(const T& v, unsigned n)
     {
+        const T keep = v; // v may live in this buffer, which may move
         const unsigned old = size_;
         if (std::uint64_t(old) + n > 0xFFFFFFFFull - offset_) return false;
         if (!reserve(old + n, 2)) return false;
-        const T keep = v;
         size_ = old + n;
         std::fill(begin() + old, end(), keep);
         return true;

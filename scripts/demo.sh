@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds the library and runs the example host programs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/setup.sh
+kelt_install_missing
+
+build=${KELT_BUILD_DIR:-build-demo}
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELT_BUILD_TESTS=OFF -DKELT_BUILD_EXAMPLES=ON
+cmake --build "$build" -j"$(kelt_jobs)"
+for program in "$build"/examples/example_*; do
+    [[ -x "$program" ]] || continue
+    echo "=== $(basename "$program")"
+    "$program"
+done

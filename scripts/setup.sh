@@ -1,0 +1,21 @@
+# Sourced by test.sh and demo.sh: installs the Debian packages the build needs
+# when they are missing and we are root.
+kelt_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev liblapack-dev libmetis-dev)
+
+kelt_install_missing() {
+    local missing=()
+    for p in "${kelt_packages[@]}"; do
+        dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+    done
+    if ((${#missing[@]})); then
+        if [[ $(id -u) -eq 0 ]]; then
+            echo "Installing: ${missing[*]}"
+            apt-get update -qq
+            DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+        else
+            echo "Missing packages (run as root to install): ${missing[*]}" >&2
+        fi
+    fi
+}
+
+kelt_jobs() { nproc 2>/dev/null || echo 2; }

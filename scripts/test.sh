@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Builds the library and its tests, runs them, then checks that an outside
+# project finds the installed package. Exits non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/setup.sh
+kelt_install_missing
+
+build=${KELT_BUILD_DIR:-build}
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELT_BUILD_TESTS=ON -DKELT_BUILD_EXAMPLES=ON
+cmake --build "$build" -j"$(kelt_jobs)"
+ctest --test-dir "$build" --output-on-failure -j"$(kelt_jobs)"
+
+# The installed package, used as a host would use it.
+prefix="$PWD/$build/package-root"
+rm -rf "$prefix" "$build/package-host"
+cmake --install "$build" --prefix "$prefix" >/dev/null
+cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$build/package-host" >/dev/null
+"$build/package-host/package_host"
