@@ -1,0 +1,37 @@
+// The dense kernels under the skyline factorisation and solves. Each is compiled
+// for several instruction sets and picked once at start-up, so a plain build runs
+// at the width of the machine it runs on.
+//
+// Every dot product here is `dot`: the sum of a[-n..-1] * b[-n..-1] taken from
+// the END of both arrays, in vector chunks going up, one accumulator per product,
+// the partial chunk at the top last, then a fixed reduction of the lanes. The tiled
+// kernels compute exactly that per pair, whatever tile a pair falls in, so results
+// do not depend on how work is cut into tiles or shared among threads.
+#pragma once
+
+namespace kelt::core {
+
+struct kernel_table {
+    const char* name;
+    // sum over k < n of a_end[-1-k] * b_end[-1-k]
+    double (*dot)(const double* a_end, const double* b_end, unsigned n);
+    // a[k] *= w[k]; returns the sum of a_new[k] * a_old[k]
+    double (*scale_and_dot)(double* a, const double* w, unsigned n);
+    // For each target t: *targets[t] -= dot(L_end, targets[t], min(avail[t], m)).
+    void (*row_update)(const double* L_end, unsigned m, unsigned count, double* const* targets,
+                       const unsigned* avail);
+    // C[i + j * ldc] = dot(A[i], B[j], min(la[i], lb[j])) for i < na, j < nb; with
+    // `lower` set only the pairs i >= j.
+    void (*pair_dots)(const double* const* A, const unsigned* la, unsigned na, const double* const* B,
+                      const unsigned* lb, unsigned nb, double* C, unsigned ldc, bool lower);
+    // y[k] += alpha * x[k]
+    void (*axpy)(double alpha, const double* x, double* y, unsigned n);
+};
+
+// The table for this processor.
+const kernel_table& kernels() noexcept;
+
+// Every table this build holds, for tests that compare the instruction sets.
+const kernel_table* const* all_kernel_tables(unsigned& count) noexcept;
+
+} // namespace kelt::core

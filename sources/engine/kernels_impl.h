@@ -1,0 +1,160 @@
+// Kernel bodies, written once over a vector width W and compiled per instruction
+// set by the kernels_*.cpp files. Included there only.
+#pragma once
+
+#include <cstring>
+
+#include "kelt/engine/kernels.h"
+
+namespace kelt::core::KELT_KERNEL_NS {
+
+constexpr unsigned W = KELT_KERNEL_WIDTH;
+typedef double vec __attribute__((vector_size(W * sizeof(double))));
+
+inline vec load(const double* p)
+{
+    vec v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+inline void store(double* p, vec v) { std::memcpy(p, &v, sizeof v); }
+// The top `n` (< W) values below `end`, in the top lanes, zeros in the others.
+inline vec load_top(const double* end, unsigned n)
+{
+    vec v = {};
+    for (unsigned k = 0; k < n; ++k) v[W - n + k] = end[-int(n) + int(k)];
+    return v;
+}
+inline double reduce(vec v)
+{
+    // Pairwise halving, fixed order.
+    double t[W];
+    std::memcpy(t, &v, sizeof v);
+    for (unsigned h = W / 2; h > 0; h /= 2)
+        for (unsigned k = 0; k < h; ++k) t[k] += t[k + h];
+    return t[0];
+}
+
+// Continues one product from chunk `from` (counted from the end) to its last chunk.
+inline double finish(vec acc, const double* a_end, const double* b_end, unsigned n, unsigned from)
+{
+    const unsigned full = n / W;
+    for (unsigned k = from; k < full; ++k) acc += load(a_end - (k + 1) * W) * load(b_end - (k + 1) * W);
+    if (const unsigned rest = n % W) {
+        acc += load_top(a_end - full * W, rest) * load_top(b_end - full * W, rest);
+    }
+    return reduce(acc);
+}
+
+double dot(const double* a_end, const double* b_end, unsigned n) { return finish(vec{}, a_end, b_end, n, 0); }
+
+double scale_and_dot(double* a, const double* w, unsigned n)
+{
+    vec acc = {};
+    unsigned k = 0;
+    for (; k + W <= n; k += W) {
+        const vec q = load(a + k);
+        const vec s = q * load(w + k);
+        store(a + k, s);
+        acc += s * q;
+    }
+    double sum = reduce(acc);
+    for (; k < n; ++k) {
+        const double q = a[k];
+        a[k] = q * w[k];
+        sum += a[k] * q;
+    }
+    return sum;
+}
+
+void axpy(double alpha, const double* x, double* y, unsigned n)
+{
+    const vec va = alpha - vec{};
+    unsigned k = 0;
+    for (; k + W <= n; k += W) store(y + k, load(y + k) + va * load(x + k));
+    for (; k < n; ++k) y[k] += alpha * x[k];
+}
+
+template <class T>
+inline T min2(T a, T b) { return a < b ? a : b; }
+
+void row_update(const double* L_end, unsigned m, unsigned count, double* const* targets, const unsigned* avail)
+{
+    unsigned t = 0;
+    // Four targets at a time share the loads of the row.
+    for (; t + 4 <= count; t += 4) {
+        const unsigned n0 = min2(avail[t], m), n1 = min2(avail[t + 1], m), n2 = min2(avail[t + 2], m),
+                       n3 = min2(avail[t + 3], m);
+        const unsigned common = min2(min2(n0, n1), min2(n2, n3)) / W;
+        const double *b0 = targets[t], *b1 = targets[t + 1], *b2 = targets[t + 2], *b3 = targets[t + 3];
+        vec a0 = {}, a1 = {}, a2 = {}, a3 = {};
+        for (unsigned k = 0; k < common; ++k) {
+            const unsigned off = (k + 1) * W;
+            const vec l = load(L_end - off);
+            a0 += l * load(b0 - off);
+            a1 += l * load(b1 - off);
+            a2 += l * load(b2 - off);
+            a3 += l * load(b3 - off);
+        }
+        *targets[t] -= finish(a0, L_end, b0, n0, common);
+        *targets[t + 1] -= finish(a1, L_end, b1, n1, common);
+        *targets[t + 2] -= finish(a2, L_end, b2, n2, common);
+        *targets[t + 3] -= finish(a3, L_end, b3, n3, common);
+    }
+    for (; t < count; ++t) *targets[t] -= finish(vec{}, L_end, targets[t], min2(avail[t], m), 0);
+}
+
+void pair_dots(const double* const* A, const unsigned* la, unsigned na, const double* const* B, const unsigned* lb,
+               unsigned nb, double* C, unsigned ldc, bool lower)
+{
+    constexpr unsigned TI = 4, TJ = 4;
+    for (unsigned j0 = 0; j0 < nb; j0 += TJ) {
+        const unsigned jn = min2(TJ, nb - j0);
+        unsigned i0 = lower ? j0 - j0 % TI : 0;
+        for (; i0 < na; i0 += TI) {
+            const unsigned in = min2(TI, na - i0);
+            if (in == TI && jn == TJ) {
+                unsigned n[TI][TJ];
+                unsigned common = 0xFFFFFFFFu;
+                for (unsigned i = 0; i < TI; ++i)
+                    for (unsigned j = 0; j < TJ; ++j) {
+                        n[i][j] = min2(la[i0 + i], lb[j0 + j]);
+                        common = min2(common, n[i][j]);
+                    }
+                common /= W;
+                const double *a0 = A[i0], *a1 = A[i0 + 1], *a2 = A[i0 + 2], *a3 = A[i0 + 3];
+                const double *b0 = B[j0], *b1 = B[j0 + 1], *b2 = B[j0 + 2], *b3 = B[j0 + 3];
+                vec c00 = {}, c01 = {}, c02 = {}, c03 = {}, c10 = {}, c11 = {}, c12 = {}, c13 = {};
+                vec c20 = {}, c21 = {}, c22 = {}, c23 = {}, c30 = {}, c31 = {}, c32 = {}, c33 = {};
+                for (unsigned k = 0; k < common; ++k) {
+                    const unsigned off = (k + 1) * W;
+                    const vec x0 = load(a0 - off), x1 = load(a1 - off), x2 = load(a2 - off), x3 = load(a3 - off);
+                    vec y = load(b0 - off);
+                    c00 += x0 * y, c10 += x1 * y, c20 += x2 * y, c30 += x3 * y;
+                    y = load(b1 - off);
+                    c01 += x0 * y, c11 += x1 * y, c21 += x2 * y, c31 += x3 * y;
+                    y = load(b2 - off);
+                    c02 += x0 * y, c12 += x1 * y, c22 += x2 * y, c32 += x3 * y;
+                    y = load(b3 - off);
+                    c03 += x0 * y, c13 += x1 * y, c23 += x2 * y, c33 += x3 * y;
+                }
+                const vec acc[TI][TJ] = {{c00, c01, c02, c03}, {c10, c11, c12, c13}, {c20, c21, c22, c23},
+                                         {c30, c31, c32, c33}};
+                for (unsigned j = 0; j < TJ; ++j)
+                    for (unsigned i = 0; i < TI; ++i)
+                        if (!lower || i0 + i >= j0 + j)
+                            C[(i0 + i) + std::size_t(j0 + j) * ldc] =
+                                finish(acc[i][j], A[i0 + i], B[j0 + j], n[i][j], common);
+            } else {
+                for (unsigned j = j0; j < j0 + jn; ++j)
+                    for (unsigned i = i0; i < i0 + in; ++i)
+                        if (!lower || i >= j)
+                            C[i + std::size_t(j) * ldc] = finish(vec{}, A[i], B[j], min2(la[i], lb[j]), 0);
+            }
+        }
+    }
+}
+
+const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy};
+
+} // namespace kelt::core::KELT_KERNEL_NS
