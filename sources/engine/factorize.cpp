@@ -17,13 +17,54 @@ constexpr unsigned none = 0xFFFFFFFFu;
 constexpr unsigned group_cols = 64;   // columns of pair products computed at once
 constexpr unsigned lock_stripes = 256;
 
+// A column restricted to rows below a given row: its values for rows top .. r1 - 1
+// end at `end`, the address of row r1; rows above `top` count as zeros.
+struct column_ref {
+    const double* end;
+    unsigned top;
+};
+
+// Columns packed for the product kernel over rows [r0, r1): `panels` of `width`
+// columns interleaved row by row, zeros above each column's top and past the last
+// column, optionally scaled by the inverse pivots of the rows.
+struct packed_columns {
+    std::vector<double> values;
+    std::vector<unsigned> tops; // highest top of each panel
+    unsigned r0 = 0, kc = 0, width = 0;
+
+    void pack(const std::vector<column_ref>& cols, unsigned n, unsigned from, unsigned to, unsigned panel_width,
+              const double* w_from)
+    {
+        r0 = from;
+        kc = to - from;
+        width = panel_width;
+        const unsigned panels = (n + width - 1) / width;
+        values.assign(std::size_t(panels) * kc * width, 0.0);
+        tops.assign(panels, to);
+        for (unsigned i = 0; i < n; ++i) {
+            const unsigned p = i / width, lane = i % width, top = std::max(cols[i].top, from);
+            tops[p] = std::min(tops[p], top);
+            double* out = values.data() + std::size_t(p) * kc * width + lane;
+            const double* end = cols[i].end;
+            for (unsigned r = top; r < to; ++r)
+                out[std::size_t(r - from) * width] = w_from ? end[int(r) - int(to)] * w_from[r - from] : end[int(r) - int(to)];
+        }
+    }
+    const double* panel(unsigned p, unsigned skip) const
+    {
+        return values.data() + std::size_t(p) * kc * width + std::size_t(skip) * width;
+    }
+};
+
+struct team_buffers {
+    std::vector<double> C;
+};
+
 struct workspace {
-    std::vector<double> W;
-    std::vector<const double*> A, B;
-    std::vector<unsigned> la, lb, later;
-    std::vector<double*> targets;
-    std::vector<unsigned> avail;
-    std::vector<std::vector<double>> C; // one a thread of the block's team
+    std::vector<column_ref> A, B;
+    packed_columns pack_a, pack_b;
+    std::vector<unsigned> later;
+    std::vector<team_buffers> team; // one a thread of the block's team
 };
 
 // Locks against other blocks adding to the same columns at the same time.
@@ -94,146 +135,179 @@ void collect_later(const block_ref& B, unsigned p1, std::vector<unsigned>& later
         if (B.top(s) < p1) later.push_back(s);
 }
 
-// The panel's rows applied to the later columns inside the panel: a triangular
-// solve, one row at a time, four columns at a time.
+// C[(i - i0) * ldc + (j - j0)] = sum over the packed rows of a_i * b_j, for i in
+// [i0, i1) and j in [j0, j1), i0 and j0 on panel boundaries. With `lower`, tiles
+// wholly above the diagonal (i < j) are skipped.
+void packed_products(const packed_columns& A, unsigned i0, unsigned i1, const packed_columns& B, unsigned j0,
+                     unsigned j1, bool lower, double* C, unsigned ldc)
+{
+    const kernel_table& K = kernels();
+    const unsigned MR = K.gemm_mr, NR = K.gemm_nr, r1 = A.r0 + A.kc;
+    for (unsigned ib = i0; ib < i1; ib += MR) {
+        const unsigned mr = std::min(MR, i1 - ib);
+        if (lower && ib + mr <= j0) continue;
+        for (unsigned jb = j0; jb < j1; jb += NR) {
+            const unsigned nr = std::min(NR, j1 - jb);
+            if (lower && ib + mr <= jb) continue;
+            // Rows where every column of the tile is zero add nothing: start below them.
+            const unsigned top = std::max(A.tops[ib / MR], B.tops[jb / NR]);
+            double* c = C + std::size_t(ib - i0) * ldc + (jb - j0);
+            if (top >= r1) {
+                for (unsigned ii = 0; ii < mr; ++ii) std::fill(c + std::size_t(ii) * ldc, c + std::size_t(ii) * ldc + nr, 0.0);
+                continue;
+            }
+            const unsigned skip = top - A.r0;
+            K.gemm(r1 - top, A.panel(ib / MR, skip), B.panel(jb / NR, skip), c, ldc, mr, nr);
+        }
+    }
+}
+
+// Rows of a sub-panel: the triangular solve inside a panel goes by sub-panels,
+// dots inside each, products between them.
+constexpr unsigned sub_panel_rows = 16;
+
+// The panel's rows applied to the later columns at the panel's rows: a triangular
+// solve with the panel's finished columns, by sub-panels.
 void panel_solve(const block_ref& B, unsigned p0, unsigned p1, workspace& ws, unsigned threads)
 {
     const kernel_table& K = kernels();
     const std::vector<unsigned>& later = ws.later;
-    team_for(unsigned(later.size()), threads, 8, [&](unsigned b, unsigned e, unsigned) {
-        std::vector<double*> targets;
-        std::vector<unsigned> avail;
-        targets.reserve(e - b);
-        avail.reserve(e - b);
-        for (unsigned k = p0; k < p1; ++k) {
-            const unsigned sk = k - B.f, lo_k = std::max(p0, B.top(sk));
-            if (lo_k >= k) continue;
-            targets.clear();
-            avail.clear();
-            for (unsigned i = b; i < e; ++i) {
-                const unsigned s = later[i], top = B.top(s);
-                if (top > k) continue;
-                const unsigned lo = std::max(top, p0);
-                if (lo >= k) continue;
-                targets.push_back(B.at(s, k));
-                avail.push_back(k - lo);
+    const unsigned n = unsigned(later.size());
+    for (unsigned q0 = p0; q0 < p1; q0 += sub_panel_rows) {
+        const unsigned q1 = std::min(p1, q0 + sub_panel_rows);
+        // Inside the sub-panel: one row at a time, four columns at a time.
+        team_for(n, threads, 64, [&](unsigned b, unsigned e, unsigned) {
+            double* targets[64];
+            unsigned avail[64];
+            for (unsigned k = q0; k < q1; ++k) {
+                const unsigned sk = k - B.f, lo_k = std::max(q0, B.top(sk));
+                if (lo_k >= k) continue;
+                for (unsigned i0 = b; i0 < e; i0 += 64) {
+                    unsigned count = 0;
+                    for (unsigned i = i0; i < std::min(e, i0 + 64); ++i) {
+                        const unsigned s = later[i], lo = std::max(B.top(s), q0);
+                        if (lo >= k) continue;
+                        targets[count] = B.at(s, k);
+                        avail[count++] = k - lo;
+                    }
+                    K.row_update(B.at(sk, k), k - lo_k, count, targets, avail);
+                }
             }
-            K.row_update(B.at(sk, k), k - lo_k, unsigned(targets.size()), targets.data(), avail.data());
-        }
-    });
+        });
+        if (q1 == p1) break;
+        // From the sub-panel to the panel's rows below it: the panel columns k in
+        // [q1, p1) act as rows, with their finished values over the sub-panel.
+        const unsigned nk = p1 - q1;
+        ws.B.resize(nk);
+        for (unsigned j = 0; j < nk; ++j) ws.B[j] = {B.at(q1 + j - B.f, q1), std::max(B.top(q1 + j - B.f), q0)};
+        ws.A.resize(n);
+        for (unsigned i = 0; i < n; ++i) ws.A[i] = {B.at(later[i], q1), std::max(B.top(later[i]), q0)};
+        ws.pack_a.pack(ws.A, n, q0, q1, K.gemm_mr, nullptr);
+        ws.pack_b.pack(ws.B, nk, q0, q1, K.gemm_nr, nullptr);
+        const unsigned blocks = (n + 63) / 64;
+        team_dynamic(blocks, threads, [&](unsigned g, unsigned t) {
+            const unsigned i0 = g * 64, i1 = std::min(n, i0 + 64);
+            team_buffers& buf = ws.team[t];
+            buf.C.resize(std::size_t(i1 - i0) * nk);
+            packed_products(ws.pack_a, i0, i1, ws.pack_b, 0, nk, false, buf.C.data(), nk);
+            for (unsigned i = i0; i < i1; ++i) {
+                const unsigned s = later[i], c = B.v.columns[s];
+                double* base = B.v.seg_end(s) - (c < B.e ? c : B.e); // base[row] is entry (row, c)
+                const double* Ci = buf.C.data() + std::size_t(i - i0) * nk;
+                const unsigned top = B.top(s);
+                for (unsigned j = 0; j < nk; ++j)
+                    if (q1 + j >= top) base[q1 + j] -= Ci[j];
+            }
+        });
+    }
 }
 
 // The panel's rows applied to every later (row, column) pair below the panel.
 void panel_trailing(const block_ref& B, unsigned p0, unsigned p1, unsigned band_count, workspace& ws,
                     unsigned threads)
 {
-    const kernel_table& K = kernels();
     const std::vector<unsigned>& later = ws.later;
-    const unsigned n = unsigned(later.size()), P = p1 - p0;
+    const unsigned n = unsigned(later.size());
     if (band_count == 0) return;
-    const double* dinv = B.v.diag();
-    // Scaled copies of the later band columns over the panel, right-aligned in slots.
-    ws.W.resize(std::size_t(band_count) * P);
     ws.A.resize(n);
-    ws.la.resize(n);
-    ws.B.resize(band_count);
-    ws.lb.resize(band_count);
-    for (unsigned i = 0; i < n; ++i) {
-        const unsigned s = later[i], lo = std::max(B.top(s), p0);
-        ws.A[i] = B.at(s, p1);
-        ws.la[i] = p1 - lo;
-        if (i < band_count) {
-            double* slot_end = ws.W.data() + std::size_t(i + 1) * P;
-            const double* u = B.at(s, lo);
-            for (unsigned r = lo; r < p1; ++r) slot_end[int(r) - int(p1)] = u[r - lo] * dinv[r - B.f];
-            ws.B[i] = slot_end;
-            ws.lb[i] = p1 - lo;
-        }
-    }
+    for (unsigned i = 0; i < n; ++i) ws.A[i] = {B.at(later[i], p1), std::max(B.top(later[i]), p0)};
+    const kernel_table& K = kernels();
+    ws.pack_a.pack(ws.A, n, p0, p1, K.gemm_mr, nullptr);
+    ws.pack_b.pack(ws.A, band_count, p0, p1, K.gemm_nr, B.v.diag() + (p0 - B.f));
     const unsigned groups = (band_count + group_cols - 1) / group_cols;
     team_dynamic(groups, threads, [&](unsigned g, unsigned t) {
-        const unsigned j0 = g * group_cols, nj = std::min(group_cols, band_count - j0), ni = n - j0;
-        std::vector<double>& C = ws.C[t];
-        C.resize(std::size_t(ni) * nj);
-        K.pair_dots(ws.A.data() + j0, ws.la.data() + j0, ni, ws.B.data() + j0, ws.lb.data() + j0, nj, C.data(), ni,
-                    true);
-        for (unsigned jj = 0; jj < nj; ++jj) {
-            const unsigned row = later[j0 + jj] + B.f; // a later band column is a later row
-            for (unsigned ii = jj + 1; ii < ni; ++ii) *B.at(later[j0 + ii], row) -= C[ii + std::size_t(jj) * ni];
+        const unsigned j0 = g * group_cols, j1 = std::min(band_count, j0 + group_cols), nj = j1 - j0;
+        team_buffers& buf = ws.team[t];
+        const unsigned i0 = j0 - j0 % K.gemm_mr;
+        buf.C.resize(std::size_t(n - i0) * nj);
+        packed_products(ws.pack_a, i0, n, ws.pack_b, j0, j1, true, buf.C.data(), nj);
+        for (unsigned i = j0 + 1; i < n; ++i) {
+            const unsigned s = later[i], c = B.v.columns[s];
+            double* base = B.v.seg_end(s) - (c < B.e ? c : B.e); // base[row] is entry (row, c)
+            const double* Ci = buf.C.data() + std::size_t(i - i0) * nj;
+            const unsigned jend = std::min(j1, i);
+            for (unsigned j = j0; j < jend; ++j) base[later[j] + B.f] -= Ci[j - j0];
         }
     });
 }
 
-// The block's Schur complement, added to the later blocks.
+// The block's Schur complement, added to the later blocks; the extra segments then
+// hold L.
 error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& ws, update_locks& locks,
                         unsigned threads)
 {
-    const kernel_table& K = kernels();
     const unsigned E = B.v.nbr_extra(), dim = B.v.dim;
     if (E == 0) return no_error;
-    const double* dinv = B.v.diag();
-    std::size_t total = 0;
-    for (unsigned x = 0; x < E; ++x) total += B.v.seg_length(dim + x);
-    ws.W.resize(total);
+    double* dinv = B.v.diag();
     ws.A.resize(E);
-    ws.la.resize(E);
-    ws.B.resize(E);
-    ws.lb.resize(E);
-    std::size_t at = 0;
-    for (unsigned x = 0; x < E; ++x) {
-        const unsigned s = dim + x, len = B.v.seg_length(s), top = B.e - len;
-        const double* u = B.v.seg_end(s) - len;
-        double* w = ws.W.data() + at;
-        for (unsigned k = 0; k < len; ++k) w[k] = u[k] * dinv[top - B.f + k];
-        at += len;
-        ws.A[x] = B.v.seg_end(s);
-        ws.la[x] = len;
-        ws.B[x] = w + len;
-        ws.lb[x] = len;
-    }
+    for (unsigned x = 0; x < E; ++x) ws.A[x] = {B.v.seg_end(dim + x), B.e - B.v.seg_length(dim + x)};
+    unsigned r0 = B.e;
+    for (const column_ref& c : ws.A) r0 = std::min(r0, c.top);
+    const kernel_table& K = kernels();
+    ws.pack_a.pack(ws.A, E, r0, B.e, K.gemm_mr, nullptr);
+    ws.pack_b.pack(ws.A, E, r0, B.e, K.gemm_nr, dinv + (r0 - B.f));
     std::atomic<int> failed{0};
     const unsigned groups = (E + group_cols - 1) / group_cols;
     team_dynamic(groups, threads, [&](unsigned g, unsigned t) {
-        const unsigned j0 = g * group_cols, nj = std::min(group_cols, E - j0), ni = E - j0;
-        std::vector<double>& C = ws.C[t];
-        C.resize(std::size_t(ni) * nj);
-        K.pair_dots(ws.A.data() + j0, ws.la.data() + j0, ni, ws.B.data() + j0, ws.lb.data() + j0, nj, C.data(), ni,
-                    true);
-        // Column by column of the target: the rows of one target block are one run.
-        for (unsigned ii = 0; ii < ni; ++ii) {
-            const unsigned column = B.v.columns[dim + j0 + ii];
-            const unsigned jend = std::min(nj, ii + 1);
+        const unsigned j0 = g * group_cols, j1 = std::min(E, j0 + group_cols), nj = j1 - j0;
+        const unsigned i0 = j0 - j0 % K.gemm_mr, ni = E - i0;
+        team_buffers& buf = ws.team[t];
+        buf.C.resize(std::size_t(ni) * nj);
+        packed_products(ws.pack_a, i0, E, ws.pack_b, j0, j1, true, buf.C.data(), nj);
+        // Column by column of the target: rows of one target block that follow each
+        // other are one run of the target's segment.
+        for (unsigned ii = j0 - i0; ii < ni; ++ii) {
+            const unsigned column = B.v.columns[dim + i0 + ii];
+            const unsigned jend = std::min(nj, i0 + ii - j0 + 1);
+            const double* Ci = buf.C.data() + std::size_t(ii) * nj;
+            const unsigned* rows = B.v.columns + dim + j0;
             omp_set_lock(&locks.of(column));
             for (unsigned jj = 0; jj < jend;) {
-                const unsigned row0 = B.v.columns[dim + j0 + jj];
-                const unsigned tb = data.block_of_row(row0);
-                const symmetric_skyline_block* T = data.find_block(tb);
+                const symmetric_skyline_block* T = data.find_block(data.block_of_row(rows[jj]));
                 unsigned hint = T->dim;
                 const unsigned s = T->find_segment(column, hint);
                 const unsigned te = T->end(), ce = column < te ? column : te;
-                for (; jj < jend; ++jj) {
-                    const unsigned row = B.v.columns[dim + j0 + jj];
-                    if (row >= te) break;
-                    const double v = C[ii + std::size_t(jj) * ni];
-                    if (row == column) {
-                        T->values[row - T->first] -= v;
-                    } else if (s < T->nbr_segments && ce - row <= T->seg_length(s)) {
-                        T->seg_end(s)[-int(ce - row)] -= v;
-                    } else {
-                        failed = 1;
-                    }
+                if (s == T->nbr_segments) {
+                    failed = 1;
+                    break;
+                }
+                double* base = T->seg_end(s) - ce; // base[row] is entry (row, column)
+                const unsigned top = ce - T->seg_length(s);
+                if (rows[jj] < top) failed = 1;
+                for (; jj < jend && rows[jj] < te; ++jj) {
+                    if (rows[jj] == column) T->values[column - T->first] -= Ci[jj];
+                    else base[rows[jj]] -= Ci[jj];
                 }
             }
             omp_unset_lock(&locks.of(column));
         }
     });
     if (failed) return internal_error;
-    // The extra segments now hold L.
-    at = 0;
     for (unsigned x = 0; x < E; ++x) {
-        const unsigned len = ws.la[x];
-        std::memcpy(B.v.seg_end(dim + x) - len, ws.W.data() + at, len * sizeof(double));
-        at += len;
+        const unsigned len = B.v.seg_length(dim + x);
+        double* u = B.v.seg_end(dim + x) - len;
+        const double* w = dinv + (B.e - len - B.f);
+        for (unsigned k = 0; k < len; ++k) u[k] *= w[k];
     }
     return no_error;
 }
@@ -246,7 +320,7 @@ error_type factor_block(block_proxy_data& data, unsigned b, Checker& checker, wo
     if (view.empty()) return internal_error;
     const block_ref B(view);
     const kernel_table& K = kernels();
-    ws.C.resize(std::max(threads, 1u));
+    ws.team.resize(std::max(threads, 1u));
     double* diag = view.diag();
     for (unsigned p0 = B.f; p0 < B.e; p0 += factor_panel_rows) {
         const unsigned p1 = std::min(B.e, p0 + factor_panel_rows);

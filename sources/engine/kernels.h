@@ -26,6 +26,12 @@ struct kernel_table {
                       const unsigned* lb, unsigned nb, double* C, unsigned ldc, bool lower);
     // y[k] += alpha * x[k]
     void (*axpy)(double alpha, const double* x, double* y, unsigned n);
+
+    // Products of packed panels, as in a matrix product: for i < mr <= gemm_mr and
+    // j < nr <= gemm_nr, c[i * ldc + j] = sum over r < kc of a[r * gemm_mr + i] *
+    // b[r * gemm_nr + j], each sum taken in the order of r.
+    unsigned gemm_mr, gemm_nr;
+    void (*gemm)(unsigned kc, const double* a, const double* b, double* c, unsigned ldc, unsigned mr, unsigned nr);
 };
 
 // The table for this processor.

@@ -1,6 +1,7 @@
 // The kernels for the generic instruction set (2 doubles a vector).
 #define KELT_KERNEL_NS generic
 #define KELT_KERNEL_WIDTH 2
+#define KELT_GEMM_MR 4
 #define KELT_KERNEL_NAME "generic"
 #include "kelt/engine/kernels_impl.h"
 

@@ -3,6 +3,9 @@
 #pragma once
 
 #include <cstring>
+#if defined(__AVX512F__) || defined(__AVX2__)
+#include <immintrin.h>
+#endif
 
 #include "kelt/engine/kernels.h"
 
@@ -21,18 +24,41 @@ inline void store(double* p, vec v) { std::memcpy(p, &v, sizeof v); }
 // The top `n` (< W) values below `end`, in the top lanes, zeros in the others.
 inline vec load_top(const double* end, unsigned n)
 {
+    // Masked loads do not touch the lanes left out, whatever memory lies there.
+#if defined(__AVX512F__) && KELT_KERNEL_WIDTH == 8
+    const __m512d v = _mm512_maskz_loadu_pd(__mmask8(0xFFu << (W - n)), end - W);
+    vec out;
+    std::memcpy(&out, &v, sizeof out);
+    return out;
+#elif defined(__AVX2__) && KELT_KERNEL_WIDTH == 4
+    static const long long masks[8] = {0, 0, 0, 0, -1, -1, -1, -1};
+    const __m256i m = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(masks + n));
+    const __m256d v = _mm256_maskload_pd(end - W, m);
+    vec out;
+    std::memcpy(&out, &v, sizeof out);
+    return out;
+#else
     vec v = {};
     for (unsigned k = 0; k < n; ++k) v[W - n + k] = end[-int(n) + int(k)];
     return v;
+#endif
 }
+// Pairwise halving of the lanes, fixed order.
 inline double reduce(vec v)
 {
-    // Pairwise halving, fixed order.
-    double t[W];
-    std::memcpy(t, &v, sizeof v);
-    for (unsigned h = W / 2; h > 0; h /= 2)
-        for (unsigned k = 0; k < h; ++k) t[k] += t[k + h];
-    return t[0];
+#if KELT_KERNEL_WIDTH == 8
+    typedef double half __attribute__((vector_size(32)));
+    const half h = __builtin_shufflevector(v, v, 0, 1, 2, 3) + __builtin_shufflevector(v, v, 4, 5, 6, 7);
+    typedef double quarter __attribute__((vector_size(16)));
+    const quarter q = __builtin_shufflevector(h, h, 0, 1) + __builtin_shufflevector(h, h, 2, 3);
+    return q[0] + q[1];
+#elif KELT_KERNEL_WIDTH == 4
+    typedef double quarter __attribute__((vector_size(16)));
+    const quarter q = __builtin_shufflevector(v, v, 0, 1) + __builtin_shufflevector(v, v, 2, 3);
+    return q[0] + q[1];
+#else
+    return v[0] + v[1];
+#endif
 }
 
 // Continues one product from chunk `from` (counted from the end) to its last chunk.
@@ -155,6 +181,35 @@ void pair_dots(const double* const* A, const unsigned* la, unsigned na, const do
     }
 }
 
-const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy};
+constexpr unsigned MR = KELT_GEMM_MR, NR = 2 * W;
+
+void gemm(unsigned kc, const double* a, const double* b, double* c, unsigned ldc, unsigned mr, unsigned nr)
+{
+    vec acc[MR][2] = {};
+    for (unsigned r = 0; r < kc; ++r) {
+        const vec b0 = load(b + r * NR), b1 = load(b + r * NR + W);
+        const double* ar = a + r * MR;
+        for (unsigned i = 0; i < MR; ++i) {
+            const vec ai = ar[i] - vec{};
+            acc[i][0] += ai * b0;
+            acc[i][1] += ai * b1;
+        }
+    }
+    if (nr == NR) {
+        for (unsigned i = 0; i < mr; ++i) {
+            store(c + std::size_t(i) * ldc, acc[i][0]);
+            store(c + std::size_t(i) * ldc + W, acc[i][1]);
+        }
+        return;
+    }
+    for (unsigned i = 0; i < mr; ++i) {
+        double row[NR];
+        std::memcpy(row, &acc[i][0], sizeof(vec));
+        std::memcpy(row + W, &acc[i][1], sizeof(vec));
+        std::memcpy(c + std::size_t(i) * ldc, row, nr * sizeof(double));
+    }
+}
+
+const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy, MR, NR, gemm};
 
 } // namespace kelt::core::KELT_KERNEL_NS

@@ -1,0 +1,115 @@
+// Factorisation benchmark on clamped hexa8 blocks of shape 4:1:1: ordering and
+// profile, assembly, factorisation and solve on 1 and 2 threads, the factor's size,
+// its flop count and rate, and the residual of the solve. Run:
+//   factor_bench [n ...]   (blocks 4n x n x n; default 11 20 30)
+#include <omp.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "hexa8_block.h"
+#include "kelt/engine/factorize.h"
+#include "kelt/engine/kernels.h"
+#include "kelt/engine/multiply.h"
+
+using namespace kelt;
+using clock_type = std::chrono::steady_clock;
+
+namespace {
+
+double seconds_since(clock_type::time_point t0)
+{
+    return std::chrono::duration<double>(clock_type::now() - t0).count();
+}
+
+// Flops of L D Lᵀ as sparse Cholesky codes count them: the sum over columns of the
+// square of the column count, diagonal included.
+double factor_flops(const core::symmetric_hybrid_OOC<double>& A)
+{
+    std::vector<unsigned> count(A.nbr_rows(), 1);
+    const core::block_proxy_data* d = A.proxy();
+    for (unsigned b = 0; b < d->nbr_blocks(); ++b) {
+        const core::symmetric_skyline_block& v = *d->find_block(b);
+        for (unsigned s = 1; s < v.nbr_segments; ++s) {
+            const unsigned top = v.seg_top(s), len = v.seg_length(s);
+            for (unsigned r = top; r < top + len; ++r) ++count[r];
+        }
+    }
+    double fl = 0.0;
+    for (unsigned c : count) fl += double(c) * c;
+    return fl;
+}
+
+void run(unsigned n)
+{
+    bench::hexa8_block mesh{4 * n, n, n};
+    dense1D<unsigned, 8> DOFs, clamped;
+    std::vector<unsigned> ptr, ids;
+    mesh.connectivity(DOFs, ptr, ids, clamped);
+
+    auto t0 = clock_type::now();
+    vector_fast free_IDs;
+    core::profile_type profile;
+    unsigned value_bytes = 0, index_bytes = 0;
+    if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
+        no_error) {
+        std::printf("numbering failed\n");
+        return;
+    }
+    const double t_order = seconds_since(t0);
+    const unsigned rows = free_IDs.size();
+    std::printf("\n%u x %u x %u hexa8, %u DOFs, %u blocks\n", mesh.nx, mesh.ny, mesh.nz, rows, profile.size());
+    std::printf("  ordering and profile : %8.3f s\n", t_order);
+
+    const std::vector<double> f = mesh.load(free_IDs);
+    for (unsigned threads : {1u, 2u}) {
+        core::symmetric_hybrid_OOC<double> A, K;
+        t0 = clock_type::now();
+        if (A.create(profile, rows) != no_error || K.create(profile, rows) != no_error) {
+            std::printf("  matrix allocation failed\n");
+            return;
+        }
+        mesh.assemble(free_IDs, A);
+        const double t_assemble = seconds_since(t0);
+        mesh.assemble(free_IDs, K);
+        const double flops = factor_flops(A);
+
+        core::pivot_check_positive checker;
+        t0 = clock_type::now();
+        const error_type e = core::factorize(A, checker, 32u << 20, threads);
+        const double t_factor = seconds_since(t0);
+        if (e != no_error) {
+            std::printf("  factorisation failed: %d\n", int(e));
+            return;
+        }
+        std::vector<double> x = f;
+        t0 = clock_type::now();
+        core::forward(A, x.data(), threads);
+        (void)core::backward(A, x.data(), threads);
+        const double t_solve = seconds_since(t0);
+
+        std::vector<double> r(rows, 0.0);
+        core::multiply(K, 1.0, x.data(), r.data(), 1);
+        double rn = 0.0, fn = 0.0;
+        for (unsigned i = 0; i < rows; ++i) rn += (r[i] - f[i]) * (r[i] - f[i]), fn += f[i] * f[i];
+        const double tip = x[free_IDs.rank(mesh.tip_DOF())];
+        std::printf("  %u thread(s): assembly %.3f s, factorisation %8.3f s (%.2e flops, %6.2f GFLOP/s), solve %.3f s\n",
+                    threads, t_assemble, t_factor, flops, flops / t_factor * 1e-9, t_solve);
+        std::printf("    factor %zu values (%.1f MB), residual |Ax-b|/|b| = %.2e, tip deflection %.9e\n",
+                    A.proxy()->nbr_values(), A.proxy()->nbr_values() * 8.0 / 1048576.0, std::sqrt(rn / fn), tip);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::printf("kernels: %s, OpenMP threads available: %d\n", core::kernels().name, omp_get_max_threads());
+    std::vector<unsigned> sizes;
+    for (int i = 1; i < argc; ++i) sizes.push_back(unsigned(std::atoi(argv[i])));
+    if (sizes.empty()) sizes = {11, 20, 30};
+    for (unsigned n : sizes) run(n);
+}

@@ -1,0 +1,138 @@
+// The stiffness matrix of a clamped block of hexa8 elements, assembled straight
+// into the engine's matrix: the benchmark problem of the factorisation. A regular
+// nx x ny x nz mesh on [0, lx] x [0, ly] x [0, lz], E and nu given, trilinear
+// elements with 2 x 2 x 2 Gauss points, face x = 0 clamped, a total load in -z
+// shared equally by the nodes of the face x = lx.
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "kelt/engine/profile.h"
+#include "kelt/engine/skyline.h"
+#include "kelt/math/dense1D.h"
+
+namespace kelt::bench {
+
+struct hexa8_block {
+    unsigned nx, ny, nz;
+    double lx = 4.0, ly = 1.0, lz = 1.0, E = 210000.0, nu = 0.3, total_load = -1.0;
+
+    unsigned node(unsigned i, unsigned j, unsigned k) const { return (k * (ny + 1) + j) * (nx + 1) + i; }
+    unsigned nbr_nodes() const { return (nx + 1) * (ny + 1) * (nz + 1); }
+
+    // 24 x 24 stiffness of one element, DOFs node-major (x, y, z of node 0, ...).
+    std::array<double, 576> element_stiffness() const
+    {
+        const double hx = lx / nx, hy = ly / ny, hz = lz / nz;
+        const double lam = E * nu / ((1 + nu) * (1 - 2 * nu)), mu = E / (2 * (1 + nu));
+        const int corner[8][3] = {{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1},
+                                  {-1, -1, 1},  {1, -1, 1},  {1, 1, 1},  {-1, 1, 1}};
+        std::array<double, 576> K{};
+        const double g = 1.0 / std::sqrt(3.0);
+        for (int a = 0; a < 2; ++a)
+            for (int b = 0; b < 2; ++b)
+                for (int c = 0; c < 2; ++c) {
+                    const double p[3] = {a ? g : -g, b ? g : -g, c ? g : -g};
+                    double dN[8][3];
+                    for (int n = 0; n < 8; ++n) {
+                        const double s[3] = {1 + corner[n][0] * p[0], 1 + corner[n][1] * p[1], 1 + corner[n][2] * p[2]};
+                        dN[n][0] = corner[n][0] * s[1] * s[2] / 8 * 2 / hx;
+                        dN[n][1] = corner[n][1] * s[0] * s[2] / 8 * 2 / hy;
+                        dN[n][2] = corner[n][2] * s[0] * s[1] / 8 * 2 / hz;
+                    }
+                    const double w = hx * hy * hz / 8;
+                    for (int m = 0; m < 8; ++m)
+                        for (int n = 0; n < 8; ++n)
+                            for (int i = 0; i < 3; ++i)
+                                for (int j = 0; j < 3; ++j) {
+                                    double v = lam * dN[m][i] * dN[n][j] + mu * dN[m][j] * dN[n][i];
+                                    if (i == j) v += mu * (dN[m][0] * dN[n][0] + dN[m][1] * dN[n][1] + dN[m][2] * dN[n][2]);
+                                    K[(3 * m + i) * 24 + 3 * n + j] += w * v;
+                                }
+                }
+        return K;
+    }
+
+    // DOF identifiers of an element, in the order of element_stiffness.
+    std::array<unsigned, 24> element_DOFs(unsigned i, unsigned j, unsigned k) const
+    {
+        const unsigned nodes[8] = {node(i, j, k),         node(i + 1, j, k),         node(i + 1, j + 1, k),
+                                   node(i, j + 1, k),     node(i, j, k + 1),         node(i + 1, j, k + 1),
+                                   node(i + 1, j + 1, k + 1), node(i, j + 1, k + 1)};
+        std::array<unsigned, 24> ids;
+        for (int n = 0; n < 8; ++n)
+            for (int c = 0; c < 3; ++c) ids[3 * n + c] = nodes[n] * 9 + c;
+        return ids;
+    }
+
+    void connectivity(dense1D<unsigned, 8>& DOFs, std::vector<unsigned>& ptr, std::vector<unsigned>& ids,
+                      dense1D<unsigned, 8>& clamped) const
+    {
+        (void)DOFs.resize(3 * nbr_nodes());
+        for (unsigned n = 0; n < nbr_nodes(); ++n)
+            for (unsigned c = 0; c < 3; ++c) DOFs[3 * n + c] = n * 9 + c;
+        ptr.assign(1, 0);
+        ids.clear();
+        ids.reserve(std::size_t(nx) * ny * nz * 24);
+        for (unsigned k = 0; k < nz; ++k)
+            for (unsigned j = 0; j < ny; ++j)
+                for (unsigned i = 0; i < nx; ++i) {
+                    const auto e = element_DOFs(i, j, k);
+                    ids.insert(ids.end(), e.begin(), e.end());
+                    ptr.push_back(unsigned(ids.size()));
+                }
+        clamped.clear();
+        for (unsigned k = 0; k <= nz; ++k)
+            for (unsigned j = 0; j <= ny; ++j)
+                for (unsigned c = 0; c < 3; ++c) clamped.push_back(node(0, j, k) * 9 + c);
+    }
+
+    // Adds the stiffness by rows of matrix positions, as the symmetric assembler does.
+    void assemble(const vector_fast& free_IDs, core::symmetric_hybrid_OOC<double>& A) const
+    {
+        const auto Ke = element_stiffness();
+        core::block_proxy_data* data = A.proxy();
+        std::vector<std::pair<unsigned, unsigned>> pairs;
+        std::vector<double> values;
+        std::vector<unsigned> columns;
+        for (unsigned k = 0; k < nz; ++k)
+            for (unsigned j = 0; j < ny; ++j)
+                for (unsigned i = 0; i < nx; ++i) {
+                    const auto ids = element_DOFs(i, j, k);
+                    pairs.clear();
+                    for (unsigned l = 0; l < 24; ++l)
+                        if (const unsigned r = free_IDs.rank(ids[l]); r != vector_fast::none) pairs.emplace_back(r, l);
+                    std::stable_sort(pairs.begin(), pairs.end(),
+                                     [](const auto& a, const auto& b) { return a.first < b.first; });
+                    for (unsigned p = 0; p < pairs.size(); ++p) {
+                        values.clear();
+                        columns.clear();
+                        for (unsigned q = p; q < pairs.size(); ++q) {
+                            const double v = Ke[pairs[p].second * 24 + pairs[q].second];
+                            if (v == 0.0) continue;
+                            values.push_back(v);
+                            columns.push_back(pairs[q].first);
+                        }
+                        (void)data->add_values(data->block_of_row(pairs[p].first), pairs[p].first, values.data(),
+                                               columns.data(), unsigned(values.size()), false);
+                    }
+                }
+    }
+
+    // The load vector by matrix position.
+    std::vector<double> load(const vector_fast& free_IDs) const
+    {
+        std::vector<double> f(free_IDs.size(), 0.0);
+        const double share = total_load / ((ny + 1) * (nz + 1));
+        for (unsigned k = 0; k <= nz; ++k)
+            for (unsigned j = 0; j <= ny; ++j)
+                if (const unsigned r = free_IDs.rank(node(nx, j, k) * 9 + 2); r != vector_fast::none) f[r] = share;
+        return f;
+    }
+
+    unsigned tip_DOF() const { return node(nx, ny / 2, nz / 2) * 9 + 2; }
+};
+
+} // namespace kelt::bench

@@ -1,0 +1,17 @@
+// Products with a block skyline matrix.
+#pragma once
+
+#include "kelt/engine/skyline.h"
+
+namespace kelt::core {
+
+// y += factor * A x, over the whole matrix (both triangles).
+void multiply(const symmetric_hybrid_OOC<double>& A, double factor, const double* x, double* y, unsigned nbr_threads);
+
+// The same, then for each fixed row r: energy += x[r] * y[r] and y[r] = 0; the
+// energy is returned times 0.5 / factor. With factor 0 or not a number there is no
+// product, but the fixed rows are still cleared.
+double multiply_fixed(const symmetric_hybrid_OOC<double>& A, double factor, const double* x, double* y,
+                      const unsigned* fixed_rows, unsigned nbr_fixed, unsigned nbr_threads);
+
+} // namespace kelt::core
