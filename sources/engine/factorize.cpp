@@ -56,8 +56,16 @@ struct packed_columns {
     }
 };
 
+// A run of rows that follow each other in one target block.
+struct run_type {
+    unsigned begin, end;
+    const symmetric_skyline_block* T;
+    unsigned hint;
+};
+
 struct team_buffers {
     std::vector<double> C;
+    std::vector<run_type> runs;
 };
 
 struct workspace {
@@ -214,9 +222,8 @@ void panel_solve(const block_ref& B, unsigned p0, unsigned p1, workspace& ws, un
                 const unsigned s = later[i], c = B.v.columns[s];
                 double* base = B.v.seg_end(s) - (c < B.e ? c : B.e); // base[row] is entry (row, c)
                 const double* Ci = buf.C.data() + std::size_t(i - i0) * nk;
-                const unsigned top = B.top(s);
-                for (unsigned j = 0; j < nk; ++j)
-                    if (q1 + j >= top) base[q1 + j] -= Ci[j];
+                const unsigned top = B.top(s), from = top > q1 ? top - q1 : 0;
+                for (unsigned j = from; j < nk; ++j) base[q1 + j] -= Ci[j];
             }
         });
     }
@@ -246,7 +253,12 @@ void panel_trailing(const block_ref& B, unsigned p0, unsigned p1, unsigned band_
             double* base = B.v.seg_end(s) - (c < B.e ? c : B.e); // base[row] is entry (row, c)
             const double* Ci = buf.C.data() + std::size_t(i - i0) * nj;
             const unsigned jend = std::min(j1, i);
-            for (unsigned j = j0; j < jend; ++j) base[later[j] + B.f] -= Ci[j - j0];
+            if (jend > j0 && later[jend - 1] - later[j0] == jend - 1 - j0) {
+                double* target = base + later[j0] + B.f; // rows that follow each other
+                for (unsigned j = 0, m = jend - j0; j < m; ++j) target[j] -= Ci[j];
+            } else {
+                for (unsigned j = j0; j < jend; ++j) base[later[j] + B.f] -= Ci[j - j0];
+            }
         }
     });
 }
@@ -274,30 +286,43 @@ error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& w
         team_buffers& buf = ws.team[t];
         buf.C.resize(std::size_t(ni) * nj);
         packed_products(ws.pack_a, i0, E, ws.pack_b, j0, j1, true, buf.C.data(), nj);
-        // Column by column of the target: rows of one target block that follow each
-        // other are one run of the target's segment.
+        // Column by column of the target. The group's rows fall in runs of rows that
+        // follow each other in one target block: each run is one stretch of the
+        // target's segment, and columns come in ascending order, so each run keeps
+        // its own search hint.
+        const unsigned* rows = B.v.columns + dim + j0;
+        std::vector<run_type>& runs = buf.runs;
+        runs.clear();
+        for (unsigned jj = 0; jj < nj;) {
+            const symmetric_skyline_block* T = data.find_block(data.block_of_row(rows[jj]));
+            unsigned end = jj + 1;
+            while (end < nj && rows[end] == rows[end - 1] + 1 && rows[end] < T->end()) ++end;
+            runs.push_back({jj, end, T, T->dim});
+            jj = end;
+        }
         for (unsigned ii = j0 - i0; ii < ni; ++ii) {
             const unsigned column = B.v.columns[dim + i0 + ii];
             const unsigned jend = std::min(nj, i0 + ii - j0 + 1);
             const double* Ci = buf.C.data() + std::size_t(ii) * nj;
-            const unsigned* rows = B.v.columns + dim + j0;
             omp_set_lock(&locks.of(column));
-            for (unsigned jj = 0; jj < jend;) {
-                const symmetric_skyline_block* T = data.find_block(data.block_of_row(rows[jj]));
-                unsigned hint = T->dim;
-                const unsigned s = T->find_segment(column, hint);
+            for (run_type& run : runs) {
+                if (run.begin >= jend) break;
+                const symmetric_skyline_block* T = run.T;
+                unsigned e = std::min(run.end, jend);
+                if (rows[e - 1] == column) { // the diagonal of the target
+                    T->values[column - T->first] -= Ci[e - 1];
+                    --e;
+                }
+                if (run.begin == e) continue;
+                const unsigned s = T->find_segment(column, run.hint);
                 const unsigned te = T->end(), ce = column < te ? column : te;
-                if (s == T->nbr_segments) {
+                if (s == T->nbr_segments || rows[run.begin] + T->seg_length(s) < ce) {
                     failed = 1;
                     break;
                 }
-                double* base = T->seg_end(s) - ce; // base[row] is entry (row, column)
-                const unsigned top = ce - T->seg_length(s);
-                if (rows[jj] < top) failed = 1;
-                for (; jj < jend && rows[jj] < te; ++jj) {
-                    if (rows[jj] == column) T->values[column - T->first] -= Ci[jj];
-                    else base[rows[jj]] -= Ci[jj];
-                }
+                double* target = T->seg_end(s) - (ce - rows[run.begin]);
+                const double* c = Ci + run.begin;
+                for (unsigned k = 0, n = e - run.begin; k < n; ++k) target[k] -= c[k];
             }
             omp_unset_lock(&locks.of(column));
         }

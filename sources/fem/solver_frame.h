@@ -9,7 +9,9 @@
 #include <initializer_list>
 #include <new>
 
+#include "kelt/core/assembler_base.h"
 #include "kelt/core/context.h"
+#include "kelt/core/problem_data.h"
 #include "kelt/core/ref_counted.h"
 #include "kelt/fem/solver_base.h"
 
@@ -54,6 +56,18 @@ public:
     using data_type = Data;
 
     solver_base(const Settings& s, Data& d) : settings(s), data(&d) {}
+
+    // Takes the problem and its context for the run; with `compute_penalties` the
+    // problem caches its penalty factors. The model forgets its internal states,
+    // so that a run starts from a clean model.
+    void set_problem(problem_data* p, bool compute_penalties)
+    {
+        problem = p;
+        context = p ? p->context.get() : nullptr;
+        if (!p) return;
+        if (compute_penalties) p->compute_penalties();
+        if (Ptr<numerical_model_base> model = p->model()) model->clear_internal_states();
+    }
 
     // True when the body must end: an error, or an interrupt asked by the host now
     // or earlier. The interrupt overwrites any warning.
@@ -116,6 +130,10 @@ public:
         return true;
     }
 
+    // Where a solver wants no matrix or no vector built.
+    matrix_null_assembler matrix_null;
+    vector_null_assembler vector_null;
+    Ptr<problem_data> problem;
     Ptr<context_type> context;
     Settings settings;
     Data* data;

@@ -149,4 +149,73 @@ double max_abs(const std::vector<double>& v)
     return m;
 }
 
+std::vector<element_matrix> random_element_matrices(const dof_model& model, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::vector<element_matrix> out;
+    for (std::size_t e = 0; e + 1 < model.element_ptr.size(); ++e) {
+        const unsigned first = model.element_ptr[e], m = model.element_ptr[e + 1] - first;
+        element_matrix em;
+        em.IDs = dense1D<unsigned, 8>(m);
+        for (unsigned l = 0; l < m; ++l) em.IDs[l] = model.element_DOFs[first + l];
+        (void)em.Ke.resize(m);
+        std::vector<double> G(std::size_t(m) * m);
+        for (double& g : G) g = u(gen);
+        for (unsigned j = 0; j < m; ++j)
+            for (unsigned i = 0; i <= j; ++i) {
+                double s = i == j ? 1.0 : 0.0;
+                for (unsigned k = 0; k < m; ++k) s += G[k + i * m] * G[k + j * m];
+                em.Ke(i, j) = s;
+            }
+        out.push_back(em);
+    }
+    return out;
+}
+
+dense_sum_type dense_sum(const std::vector<element_matrix>& elements, const vector_fast& rows)
+{
+    dense_sum_type d;
+    d.n = rows.size();
+    const std::size_t nn = std::size_t(d.n) * d.n;
+    d.sum.assign(nn, 0.0);
+    d.magnitude.assign(nn, 0.0);
+    d.terms.assign(nn, 0);
+    for (const element_matrix& em : elements)
+        for (unsigned j = 0; j < em.IDs.size(); ++j)
+            for (unsigned i = 0; i < em.IDs.size(); ++i) {
+                const unsigned ri = rows.rank(em.IDs[i]), rj = rows.rank(em.IDs[j]);
+                if (ri == vector_fast::none || rj == vector_fast::none) continue;
+                const std::size_t at = ri + std::size_t(rj) * d.n;
+                d.sum[at] += em.Ke(i, j);
+                d.magnitude[at] += std::fabs(em.Ke(i, j));
+                ++d.terms[at];
+            }
+    return d;
+}
+
+std::vector<double> dense_solve(std::vector<double> A, std::vector<double> b, unsigned n)
+{
+    auto a = [&](unsigned i, unsigned j) -> double& { return A[i + std::size_t(j) * n]; };
+    for (unsigned k = 0; k < n; ++k) {
+        unsigned p = k;
+        for (unsigned i = k + 1; i < n; ++i)
+            if (std::fabs(a(i, k)) > std::fabs(a(p, k))) p = i;
+        for (unsigned j = 0; j < n; ++j) std::swap(a(k, j), a(p, j));
+        std::swap(b[k], b[p]);
+        for (unsigned i = k + 1; i < n; ++i) {
+            const double l = a(i, k) / a(k, k);
+            if (l == 0.0) continue;
+            for (unsigned j = k; j < n; ++j) a(i, j) -= l * a(k, j);
+            b[i] -= l * b[k];
+        }
+    }
+    for (unsigned k = n; k-- > 0;) {
+        double s = b[k];
+        for (unsigned j = k + 1; j < n; ++j) s -= a(k, j) * b[j];
+        b[k] = s / a(k, k);
+    }
+    return b;
+}
+
 } // namespace kelt::test

@@ -7,6 +7,7 @@
 
 #include "kelt/engine/profile.h"
 #include "kelt/engine/skyline.h"
+#include "kelt/math/symmetric_full.h"
 
 namespace kelt::test {
 
@@ -43,5 +44,29 @@ std::vector<double> rebuild(const core::symmetric_hybrid_OOC<double>& A);
 std::size_t brute_force_factor_count(const std::vector<double>& reference, unsigned n);
 
 double max_abs(const std::vector<double>& v);
+
+// An element matrix with the DOF identifiers of its rows.
+struct element_matrix {
+    dense1D<unsigned, 8> IDs;
+    symmetric_full<double> Ke;
+};
+// For each element of the model, Gᵀ G + I with G uniform in [-1, 1] over all its
+// DOFs (prescribed ones too): symmetric positive definite.
+std::vector<element_matrix> random_element_matrices(const dof_model& model, unsigned seed);
+
+// The sum of the elements' Lᵀ Ke L over the DOFs of `rows`, dense (n x n,
+// column-major, both triangles), with the sum of |Ke| and the number of terms of
+// each entry, which bound the rounding of any other order of summation.
+struct dense_sum_type {
+    unsigned n = 0;
+    std::vector<double> sum, magnitude;
+    std::vector<unsigned> terms;
+    double operator()(unsigned i, unsigned j) const { return sum[i + std::size_t(j) * n]; }
+};
+dense_sum_type dense_sum(const std::vector<element_matrix>& elements, const vector_fast& rows);
+
+// x = A⁻¹ b for a dense n x n column-major matrix, by Gaussian elimination with
+// partial pivoting.
+std::vector<double> dense_solve(std::vector<double> A, std::vector<double> b, unsigned n);
 
 } // namespace kelt::test

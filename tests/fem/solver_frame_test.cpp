@@ -1,5 +1,6 @@
 // The run protocol through a small solver written here: validation, stop checks,
-// the first-error rule, warnings, the log, the memory check and exceptions.
+// the first-error rule, warnings, the log, the memory check, exceptions, and the
+// problem that a run takes from its record.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "kelt/core/problem_data.h"
 #include "kelt/fem/context.h"
+#include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_frame.h"
 
 using namespace kelt;
@@ -26,9 +29,8 @@ public:
         void reset() { *this = settings_type(); }
         bool valid() const { return phases >= 0; }
     };
-    struct data_type : fem::run_status {
-        fem::context ctx;
-        bool model_present = true;
+    struct data_type : fem::problem_data, fem::run_status {
+        explicit data_type(const fem::problem_data& p) : fem::problem_data(p) {}
         unsigned phases_done = 0;
         double total_time = 0.0;
         void clear_data_out()
@@ -37,7 +39,7 @@ public:
             phases_done = 0;
             total_time = 0.0;
         }
-        bool valid() const { return model_present; }
+        bool valid() const { return has_numerical_model(); }
     };
 
     counting_solver() { settings.reset(); }
@@ -54,6 +56,7 @@ public:
 
     void body()
     {
+        set_problem(static_cast<core::problem_data*>(fem::core_of(*data)), true);
         core::phase_timer total(data->total_time);
         log(0, "KELT counting solver.\n");
         for (int p = 0; p < settings.phases; ++p) {
@@ -82,7 +85,6 @@ public:
 void counting_solver::run(data_type& data) const
 {
     counting_core solver(settings, data);
-    solver.context = static_cast<core::context_type*>(fem::core_of(data.ctx));
     core::run_frame(solver, "KELT counting: invalid settings.\n", "KELT counting: invalid data.\n",
                     [&] { solver.body(); });
 }
@@ -104,6 +106,32 @@ bool interrupt(void* user)
     return c->interrupt_calls++ == c->interrupt_after;
 }
 
+// The smallest model: it counts how often a run resets it.
+class resettable_model : public core::numerical_model_base {
+public:
+    explicit resettable_model(core::context_type* ctx) : numerical_model_base(ctx) {}
+    double get_stiffness_scale(field_tag f) const override { return f == displacement_tag ? 1e9 : 1e7; }
+    void clear_internal_states() override { ++resets; }
+    unsigned resets = 0;
+};
+
+// A context with one registered model and a one-case problem on it; the registry
+// is cleared at the end, which breaks the ring between the context and its model.
+struct test_problem {
+    test_problem() : problem(ctx)
+    {
+        model = new resettable_model(static_cast<core::context_type*>(fem::core_of(ctx)));
+        EXPECT_EQ(model->record(), no_error);
+        dense2D<double> pos(3, 2);
+        fem::DOFs_mgr DOFs(2, true);
+        problem.init(pos, DOFs, model->ID, 1);
+    }
+
+    fem::context ctx;
+    fem::problem_data problem;
+    Ptr<resettable_model> model;
+};
+
 counting_solver with_capture(log_capture& c)
 {
     counting_solver s;
@@ -119,7 +147,8 @@ TEST(solver_frame, clean_run_logs_every_phase_with_its_level)
 {
     log_capture c;
     counting_solver s = with_capture(c);
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_FALSE(d.error_raised());
     EXPECT_FALSE(d.warning_raised());
@@ -135,7 +164,8 @@ TEST(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
 {
     log_capture c;
     counting_solver s = with_capture(c);
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.settings.phases = -1;
     s.run(d);
     EXPECT_EQ(d.error_code, invalid_data_error);
@@ -143,7 +173,9 @@ TEST(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
     EXPECT_STREQ(d.msg_detail, "KELT counting: invalid settings.\n");
 
     s.settings.phases = 2;
-    d.model_present = false;
+    dense2D<double> pos = d.get_pos_matrix();
+    fem::DOFs_mgr DOFs = d.get_DOFs_mgr();
+    d.init(pos, DOFs, t.model->ID + 1, 1); // names no model
     s.run(d); // the record is cleared first: a new error, not the old one
     EXPECT_EQ(d.error_code, invalid_data_error);
     EXPECT_STREQ(d.msg_title, "DATA ERROR");
@@ -157,7 +189,8 @@ TEST(solver_frame, first_error_stays_and_stops_the_run)
     log_capture c;
     counting_solver s = with_capture(c);
     s.settings.actions = {action::raise_pivot, action::raise_memory};
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.error_code, pivot_error);
     EXPECT_STREQ(d.msg_title, "Pivot error.");
@@ -172,7 +205,8 @@ TEST(solver_frame, warnings_keep_the_first_and_the_interrupt_overwrites)
     log_capture c;
     counting_solver s = with_capture(c);
     s.settings.actions = {action::warn_pivot, action::warn_convergence};
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.warning_code, pivot_warning);
     EXPECT_STREQ(d.msg_title, "Pivot warning.");
@@ -193,7 +227,8 @@ TEST(solver_frame, interrupt_at_first_check_is_polled_once)
     log_capture c;
     c.interrupt_after = 0;
     counting_solver s = with_capture(c);
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.warning_code, interrupted_warning);
     EXPECT_EQ(d.error_code, no_error);
@@ -206,7 +241,8 @@ TEST(solver_frame, an_error_is_never_replaced_by_a_warning)
     log_capture c;
     counting_solver s = with_capture(c);
     s.settings.actions = {action::raise_memory, action::warn_pivot};
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.error_code, memory_error);
     EXPECT_EQ(d.warning_code, no_error);
@@ -217,7 +253,8 @@ TEST(solver_frame, exceptions_become_errors)
 {
     log_capture c;
     counting_solver s = with_capture(c);
-    counting_solver::data_type d;
+    test_problem t;
+    counting_solver::data_type d(t.problem);
     s.settings.actions = {action::throw_bad_alloc};
     s.run(d);
     EXPECT_EQ(d.error_code, memory_error);
@@ -239,11 +276,12 @@ TEST(solver_frame, memory_check_against_the_context_limit)
     log_capture c;
     counting_solver s = with_capture(c);
     s.settings.actions = {action::need_memory}; // 2.25 MB asked
-    counting_solver::data_type d;
-    d.ctx.set_max_total_size(3);
+    test_problem t;
+    counting_solver::data_type d(t.problem);
+    t.ctx.set_max_total_size(3);
     s.run(d);
     EXPECT_EQ(d.error_code, no_error);
-    d.ctx.set_max_total_size(2);
+    t.ctx.set_max_total_size(2);
     s.run(d);
     EXPECT_EQ(d.error_code, insufficient_memory_error);
     EXPECT_STREQ(d.msg_title, "Insufficient memory.");
@@ -256,7 +294,8 @@ TEST(solver_frame, null_handlers_change_no_result)
     counting_solver with = with_capture(c);
     counting_solver without;
     with.settings.actions = without.settings.actions = {action::log_phase, action::warn_pivot};
-    counting_solver::data_type a, b;
+    test_problem t;
+    counting_solver::data_type a(t.problem), b(t.problem);
     with.run(a);
     without.run(b);
     EXPECT_EQ(a.phases_done, b.phases_done);
@@ -269,10 +308,46 @@ TEST(solver_frame, long_log_lines_are_cut_at_the_buffer)
 {
     log_capture c;
     counting_solver s = with_capture(c);
-    counting_core solver(s.settings, *new counting_solver::data_type);
+    test_problem t;
+    counting_core solver(s.settings, *new counting_solver::data_type(t.problem));
     const std::string long_text(600, 'x');
     solver.log(2, "%s", long_text.c_str());
     ASSERT_EQ(c.lines.size(), 1u);
     EXPECT_EQ(c.lines[0].second.size(), 255u);
     delete solver.data;
+}
+
+TEST(solver_frame, a_record_with_no_numerical_model_is_refused_without_a_log_line)
+{
+    log_capture c;
+    counting_solver s = with_capture(c);
+    fem::context ctx;
+    dense2D<double> pos(3, 1);
+    fem::DOFs_mgr DOFs;
+    const fem::problem_data nothing(ctx, pos, DOFs, 0xFFFFFFFFu, 1);
+    counting_solver::data_type d(nothing);
+    s.run(d);
+    EXPECT_EQ(d.error_code, -101);
+    EXPECT_STREQ(d.msg_title, "DATA ERROR");
+    EXPECT_STREQ(d.msg_detail, "KELT counting: invalid data.\n");
+    EXPECT_EQ(d.phases_done, 0u);
+    EXPECT_TRUE(c.lines.empty());
+    EXPECT_EQ(c.interrupt_calls, 0);
+}
+
+TEST(solver_frame, a_run_takes_the_problem_caches_its_penalties_and_resets_the_model)
+{
+    test_problem t;
+    t.ctx.set_raw_penalty_factor(100.0);
+    t.ctx.set_min_penalty_factor(1.0);
+    counting_solver s;
+    counting_solver::data_type d(t.problem);
+    s.run(d);
+    ASSERT_FALSE(d.error_raised());
+    EXPECT_EQ(t.model->resets, 1u);
+    const auto& problem = *static_cast<core::problem_data*>(fem::core_of(t.problem));
+    EXPECT_EQ(problem.penalty_displacement, 1e11); // the record shares the problem
+    EXPECT_EQ(problem.penalty_rotation, 1e9);
+    s.run(d);
+    EXPECT_EQ(t.model->resets, 2u);
 }

@@ -1,0 +1,257 @@
+#include "kelt/core/loads_mgr.h"
+
+#include <cmath>
+#include <new>
+
+#include "kelt/core/DOFs_mgr.h"
+#include "kelt/core/context.h"
+
+namespace kelt::core {
+
+namespace {
+
+constexpr unsigned no_ID = 0xFFFFFFFFu;
+
+// The identifier of a nodal component; a foreign tag gives node x 9 - 1, where
+// the place is -1.
+unsigned nodal_ID(unsigned node, field_tag f, unsigned comp)
+{
+    const unsigned ID = DOFs_mgr::ID(node, f, comp);
+    return ID != DOFs_mgr::no_ID ? ID : node * DOFs_mgr::nbr_places - 1;
+}
+
+void push(dense1D<DOF_value, 8>& list, unsigned ID, double value, unsigned func)
+{
+    list.push_back(DOF_value{ID, func, value});
+}
+
+} // namespace
+
+loads_mgr::loads_mgr(context_type* context_) : context(context_)
+{
+    NM_loads.max_load_factor(1.0f);
+    NM_loads.rehash(8);
+}
+
+loads_mgr::loads_mgr(context_type* context_, const std::vector<Ptr<loads_mgr>>& list,
+                     const dense1D<double, 8>& coefficients)
+    : loads_mgr(context_)
+{
+    for (unsigned i = 0; i < list.size() && i < coefficients.size(); ++i)
+        if (list[i]) merge(*list[i], coefficients[i]);
+}
+
+loads_mgr::~loads_mgr() = default;
+
+error_type loads_mgr::record_DOF_load(unsigned ID, double value, unsigned func)
+{
+    push(DOF_loads, ID, value, func);
+    return no_error;
+}
+
+error_type loads_mgr::record_batch(dense1D<DOF_value, 8>& list, const dense1D<unsigned, 8>& IDs,
+                                   const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs, unsigned func)
+{
+    if (IDs.size() != values.size() || (funcs && funcs->size() != IDs.size())) return invalid_data_error;
+    if (!list.reserve(list.size() + IDs.size(), 2)) return no_error; // dropped whole, as push_back drops
+    for (unsigned i = 0; i < IDs.size(); ++i) push(list, IDs[i], values[i], funcs ? (*funcs)[i] : func);
+    return no_error;
+}
+
+error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                       const dense1D<unsigned, 8>& funcs)
+{
+    return record_batch(DOF_loads, IDs, values, &funcs, 0);
+}
+
+error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                       unsigned func)
+{
+    return record_batch(DOF_loads, IDs, values, nullptr, func);
+}
+
+error_type loads_mgr::record_DOF_prescribed_value(unsigned ID, double value, unsigned func)
+{
+    push(prescribed_values, ID, value, func);
+    return no_error;
+}
+
+error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                                   const dense1D<unsigned, 8>& funcs)
+{
+    return record_batch(prescribed_values, IDs, values, &funcs, 0);
+}
+
+error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                                   unsigned func)
+{
+    return record_batch(prescribed_values, IDs, values, nullptr, func);
+}
+
+error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)
+{
+    return record_DOF_load(nodal_ID(node, f, comp), value, func);
+}
+
+error_type loads_mgr::record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
+                                        const vector_fixed<double, 3>& M, unsigned func)
+{
+    if (!DOF_loads.reserve(DOF_loads.size() + 6, 2)) return no_error;
+    for (unsigned c = 0; c < 3; ++c) push(DOF_loads, nodal_ID(node, displacement_tag, c), F[c], func);
+    for (unsigned c = 0; c < 3; ++c) push(DOF_loads, nodal_ID(node, rotation_tag, c), M[c], func);
+    return no_error;
+}
+
+error_type loads_mgr::record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
+                                                    unsigned func)
+{
+    return record_DOF_prescribed_value(nodal_ID(node, f, comp), value, func);
+}
+
+error_type loads_mgr::record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
+                                                     const vector_fixed<double, 3>& R, unsigned func)
+{
+    if (!prescribed_values.reserve(prescribed_values.size() + 6, 2)) return no_error;
+    for (unsigned c = 0; c < 3; ++c) push(prescribed_values, nodal_ID(node, displacement_tag, c), U[c], func);
+    for (unsigned c = 0; c < 3; ++c) push(prescribed_values, nodal_ID(node, rotation_tag, c), R[c], func);
+    return no_error;
+}
+
+bool loads_mgr::store_load(const elementary_load& load, unsigned func, double factor, unsigned& index)
+{
+    elementary_load entry;
+    entry.kind = load.kind;
+    entry.type = load.type;
+    entry.func = func;
+    if (!entry.values.copy(load.values)) return false;
+    if (factor != 1.0)
+        for (double& v : entry.values) v *= factor;
+    // Loads repeated on consecutive elements share one entry; looking back over a
+    // few keeps recording at constant cost.
+    const std::size_t n = elementary_loads.size();
+    for (std::size_t k = n; k > 0 && n - k < look_back; --k)
+        if (elementary_loads[k - 1].same_as(entry)) {
+            index = unsigned(k - 1);
+            return true;
+        }
+    if (n >= 0xFFFFFFFFu) return false;
+    try {
+        elementary_loads.push_back(entry);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    index = unsigned(n);
+    return true;
+}
+
+void loads_mgr::add_NM_load(unsigned func, const NM_load_record& record)
+{
+    try {
+        NM_loads.emplace(func, record);
+    } catch (const std::bad_alloc&) {
+        // dropped, as push_back drops
+    }
+}
+
+error_type loads_mgr::record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load, unsigned func)
+{
+    if (load.is_zero() || NM_ID == no_ID || element == no_ID) return no_error;
+    unsigned index;
+    if (store_load(load, func, 1.0, index)) add_NM_load(func, NM_load_record{NM_ID, element, index});
+    return no_error;
+}
+
+void loads_mgr::clear()
+{
+    NM_loads.clear();
+    elementary_loads.clear();
+    DOF_loads.clear();
+    prescribed_values.clear();
+}
+
+double loads_mgr::evolution(unsigned func, double t) const
+{
+    if (!context) return 1.0;
+    const evolution_func_base* f = context->evolution_funcs_mgr->get(func);
+    return f ? f->value(t) : 1.0;
+}
+
+error_type loads_mgr::assemble(load_pass_type& pass) const
+{
+    const auto skipped = [&] {
+        return pass.assembler.is_null() || pass.case_index == load_pass_type::no_case || pass.factor == 0.0;
+    };
+    if (skipped()) return no_error;
+    const unsigned case_index = pass.case_index, element = pass.element;
+    error_type e = no_error;
+    if (context) {
+        Ptr<numerical_models_mgr> models = context->numerical_models_mgr;
+        for (const auto& [func, record] : NM_loads) {
+            numerical_model_base* model = models->get_NM(record.NM_ID);
+            if (!model || record.load >= elementary_loads.size()) continue;
+            Ptr<numerical_model_base> held = model;
+            pass.element = record.element;
+            e = model->run_element_loads(elementary_loads[record.load], pass);
+            if (e != no_error) break;
+        }
+    }
+    pass.case_index = case_index;
+    pass.element = element;
+    if (e != no_error || skipped()) return e;
+    for (const DOF_value& load : DOF_loads)
+        if (auto a = pass.assembler.add(load.first, evolution(load.second, pass.time) * pass.factor * load.third);
+            a != no_error)
+            return a;
+    return no_error;
+}
+
+void loads_mgr::prescribed_IDs(dense1D<unsigned, 8>& list) const
+{
+    if (!list.reserve(list.size() + prescribed_values.size(), 2)) return;
+    for (const DOF_value& p : prescribed_values) list.push_back(p.first);
+}
+
+void loads_mgr::prescribed_vector(const load_pass_type& pass, const vector_fast& rows,
+                                  dense1D<double, 8>& values) const
+{
+    if (values.empty()) return;
+    const auto position = [&](unsigned ID) {
+        const unsigned r = rows.rank(ID);
+        return r < values.size() ? r : vector_fast::none;
+    };
+    // Cleared first, then summed, so that several values on one DOF add up.
+    for (const DOF_value& p : prescribed_values)
+        if (const unsigned r = position(p.first); r != vector_fast::none) values[r] = 0.0;
+    for (const DOF_value& p : prescribed_values)
+        if (const unsigned r = position(p.first); r != vector_fast::none)
+            values[r] += evolution(p.second, pass.time) * pass.factor * p.third;
+}
+
+void loads_mgr::merge(const loads_mgr& other, double factor)
+{
+    if (factor == 0.0 || std::isnan(factor)) return;
+    // Snapshots: `other` may be this one.
+    std::vector<std::pair<unsigned, NM_load_record>> records;
+    std::vector<elementary_load> loads;
+    try {
+        records.assign(other.NM_loads.begin(), other.NM_loads.end());
+        loads = other.elementary_loads;
+        NM_loads.reserve(NM_loads.size() + other.NM_loads.size());
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    for (const auto& [func, record] : records) {
+        if (record.load >= loads.size()) continue;
+        unsigned index;
+        if (store_load(loads[record.load], loads[record.load].func, factor, index))
+            add_NM_load(func, NM_load_record{record.NM_ID, record.element, index});
+    }
+    const dense1D<DOF_value, 8> forces = other.DOF_loads, imposed = other.prescribed_values;
+    if (!DOF_loads.reserve(DOF_loads.size() + forces.size(), 2) ||
+        !prescribed_values.reserve(prescribed_values.size() + imposed.size(), 2))
+        return;
+    for (const DOF_value& v : forces) push(DOF_loads, v.first, factor * v.third, v.second);
+    for (const DOF_value& v : imposed) push(prescribed_values, v.first, factor * v.third, v.second);
+}
+
+} // namespace kelt::core

@@ -1,0 +1,90 @@
+#include "kelt/fem/loads_mgr.h"
+
+#include "kelt/core/context.h"
+#include "kelt/core/loads_mgr.h"
+#include "kelt/fem/context.h"
+#include "kelt/fem/handle_call.h"
+
+namespace kelt::fem {
+
+namespace {
+using lm = core::loads_mgr;
+using detail::call;
+} // namespace
+
+loads_mgr::loads_mgr(context& ctx) { create(ctx); }
+
+void loads_mgr::create(context& ctx)
+{
+    try {
+        set_w(new lm(static_cast<core::context_type*>(core_of(ctx))));
+    } catch (...) {
+        clear_w();
+    }
+}
+
+error_type loads_mgr::record_DOF_load(unsigned ID, double value, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_load(ID, value, func); });
+}
+
+error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                       const dense1D<unsigned, 8>& funcs)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_loads(IDs, values, funcs); });
+}
+
+error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                       unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_loads(IDs, values, func); });
+}
+
+error_type loads_mgr::record_DOF_prescribed_value(unsigned ID, double value, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_value(ID, value, func); });
+}
+
+error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                                   const dense1D<unsigned, 8>& funcs)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_values(IDs, values, funcs); });
+}
+
+error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                                   unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_values(IDs, values, func); });
+}
+
+error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_nodal_load(node, f, comp, value, func); });
+}
+
+error_type loads_mgr::record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
+                                        const vector_fixed<double, 3>& M, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_nodal_load(node, F, M, func); });
+}
+
+error_type loads_mgr::record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
+                                                    unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_nodal_prescribed_value(node, f, comp, value, func); });
+}
+
+error_type loads_mgr::record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
+                                                     const vector_fixed<double, 3>& R, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_nodal_prescribed_values(node, U, R, func); });
+}
+
+error_type loads_mgr::record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load, unsigned func)
+{
+    return call<lm>(*this, [&](lm& l) { return l.record_NM_load(NM_ID, element, load, func); });
+}
+
+void loads_mgr::clear() { detail::run<lm>(*this, [](lm& l) { l.clear(); }); }
+
+} // namespace kelt::fem

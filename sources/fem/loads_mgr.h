@@ -1,0 +1,66 @@
+// Public handle on one load case: forces on DOFs, values imposed on DOFs and loads
+// on the elements of numerical models, each scaled in time by an evolution
+// function given by index.
+#pragma once
+
+#include "kelt/core/elementary_load.h"
+#include "kelt/core/types.h"
+#include "kelt/fem/base_class.h"
+#include "kelt/math/dense1D.h"
+#include "kelt/math/fixed.h"
+
+namespace kelt::fem {
+
+class context;
+class problem_data;
+
+// A load on elements: kind, type, values; its function is given when recorded.
+using elementary_load = core::elementary_load;
+
+// Recording checks no DOF identifier and no function index; an index past the
+// context's functions stands for the constant 1. A batch whose sizes differ is
+// refused whole with `invalid_data_error`.
+class loads_mgr : public base_class {
+public:
+    explicit loads_mgr(context& ctx);
+    loads_mgr(const loads_mgr&) = default;
+    loads_mgr(loads_mgr&&) = default;
+    loads_mgr& operator=(const loads_mgr&) = default;
+    loads_mgr& operator=(loads_mgr&&) = default;
+    ~loads_mgr() override = default;
+
+    // A new, empty load case on the context; the old one is released.
+    void create(context& ctx);
+
+    [[nodiscard]] error_type record_DOF_load(unsigned ID, double value, unsigned func);
+    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                              const dense1D<unsigned, 8>& funcs);
+    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                              unsigned func);
+    [[nodiscard]] error_type record_DOF_prescribed_value(unsigned ID, double value, unsigned func);
+    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
+                                                          const dense1D<double, 8>& values,
+                                                          const dense1D<unsigned, 8>& funcs);
+    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
+                                                          const dense1D<double, 8>& values, unsigned func);
+    // A tag that is no field records on identifier node x 9 - 1, which no field uses.
+    [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
+    // Force on the translations and moment on the rotations of a node: six records.
+    [[nodiscard]] error_type record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
+                                               const vector_fixed<double, 3>& M, unsigned func);
+    [[nodiscard]] error_type record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
+                                                           unsigned func);
+    [[nodiscard]] error_type record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
+                                                            const vector_fixed<double, 3>& R, unsigned func);
+    // A load on element `element` of model `NM_ID`. An all-zero load is not kept;
+    // equal loads on consecutive elements share one copy.
+    [[nodiscard]] error_type record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load,
+                                            unsigned func);
+    void clear();
+
+protected:
+    loads_mgr() = default;
+    friend class problem_data;
+};
+
+} // namespace kelt::fem
