@@ -183,23 +183,27 @@ void panel_solve(const block_ref& B, unsigned p0, unsigned p1, workspace& ws, un
     const unsigned n = unsigned(later.size());
     for (unsigned q0 = p0; q0 < p1; q0 += sub_panel_rows) {
         const unsigned q1 = std::min(p1, q0 + sub_panel_rows);
-        // Inside the sub-panel: one row at a time, four columns at a time.
+        // Inside the sub-panel: the panel columns' finished values over it, as a
+        // small dense triangle, solved for many later columns at once.
+        const unsigned nq = q1 - q0;
+        double Lq[sub_panel_rows * sub_panel_rows] = {};
+        for (unsigned r = q0 + 1; r < q1; ++r) {
+            const unsigned sr = r - B.f, lo = std::max(q0, B.top(sr));
+            for (unsigned k = lo; k < r; ++k) Lq[(r - q0) * nq + (k - q0)] = *B.at(sr, k);
+        }
         team_for(n, threads, 64, [&](unsigned b, unsigned e, unsigned) {
-            double* targets[64];
-            unsigned avail[64];
-            for (unsigned k = q0; k < q1; ++k) {
-                const unsigned sk = k - B.f, lo_k = std::max(q0, B.top(sk));
-                if (lo_k >= k) continue;
-                for (unsigned i0 = b; i0 < e; i0 += 64) {
-                    unsigned count = 0;
-                    for (unsigned i = i0; i < std::min(e, i0 + 64); ++i) {
-                        const unsigned s = later[i], lo = std::max(B.top(s), q0);
-                        if (lo >= k) continue;
-                        targets[count] = B.at(s, k);
-                        avail[count++] = k - lo;
-                    }
-                    K.row_update(B.at(sk, k), k - lo_k, count, targets, avail);
+            double* cols[64];
+            unsigned lo[64];
+            for (unsigned i0 = b; i0 < e; i0 += 64) {
+                unsigned count = 0;
+                for (unsigned i = i0; i < std::min(e, i0 + 64); ++i) {
+                    const unsigned s = later[i], top = B.top(s);
+                    if (top >= q1) continue;
+                    const unsigned c = B.v.columns[s];
+                    cols[count] = B.v.seg_end(s) - (c < B.e ? c : B.e) + q0; // cols[t][r] is row q0 + r
+                    lo[count++] = top > q0 ? top - q0 : 0;
                 }
+                K.lower_solve(nq, Lq, count, cols, lo);
             }
         });
         if (q1 == p1) break;

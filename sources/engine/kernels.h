@@ -32,6 +32,12 @@ struct kernel_table {
     // b[r * gemm_nr + j], each sum taken in the order of r.
     unsigned gemm_mr, gemm_nr;
     void (*gemm)(unsigned kc, const double* a, const double* b, double* c, unsigned ldc, unsigned mr, unsigned nr);
+
+    // A unit lower triangular solve on a few rows of many columns: for each column
+    // t and rows r from lo[t] to nq - 1, x_t[r] -= sum over k in [lo[t], r) of
+    // L[r * nq + k] * x_t[k], in the order of k, where x_t[r] is cols[t][r]. Rows
+    // below lo[t] are neither read nor written. nq is at most 16.
+    void (*lower_solve)(unsigned nq, const double* L, unsigned count, double* const* cols, const unsigned* lo);
 };
 
 // The table for this processor.

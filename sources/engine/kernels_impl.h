@@ -210,6 +210,30 @@ void gemm(unsigned kc, const double* a, const double* b, double* c, unsigned ldc
     }
 }
 
-const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy, MR, NR, gemm};
+// Lanes are columns: W columns are solved at once, each row a vector.
+void lower_solve(unsigned nq, const double* L, unsigned count, double* const* cols, const unsigned* lo)
+{
+    for (unsigned t0 = 0; t0 < count; t0 += W) {
+        const unsigned lanes = min2(W, count - t0);
+        vec X[16];
+        for (unsigned r = 0; r < nq; ++r) {
+            vec v = {};
+            for (unsigned l = 0; l < lanes; ++l)
+                if (r >= lo[t0 + l]) v[l] = cols[t0 + l][r];
+            X[r] = v;
+        }
+        for (unsigned r = 1; r < nq; ++r) {
+            const double* Lr = L + r * nq;
+            vec acc = X[r];
+            for (unsigned k = 0; k < r; ++k) acc -= Lr[k] * X[k];
+            X[r] = acc;
+        }
+        for (unsigned l = 0; l < lanes; ++l)
+            for (unsigned r = lo[t0 + l]; r < nq; ++r) cols[t0 + l][r] = X[r][l];
+    }
+}
+
+const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy,
+                            MR,               NR,  gemm,          lower_solve};
 
 } // namespace kelt::core::KELT_KERNEL_NS
