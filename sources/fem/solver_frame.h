@@ -11,19 +11,13 @@
 
 #include "kelt/core/assembler_base.h"
 #include "kelt/core/context.h"
+#include "kelt/engine/wall_clock.h"
 #include "kelt/core/problem_data.h"
 #include "kelt/core/ref_counted.h"
 #include "kelt/fem/solver_base.h"
 
 namespace kelt::core {
 
-// Seconds from a millisecond wall clock.
-inline double wall_clock() noexcept
-{
-    using namespace std::chrono;
-    const auto ms = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-    return double(ms / 1000) + 0.001 * double(ms % 1000);
-}
 
 // Adds the time of a scope to a timer of the record.
 class phase_timer {

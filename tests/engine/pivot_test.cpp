@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kelt/core/context.h"
 #include "kelt/engine/factorize.h"
 #include "kelt/math/lapack.h"
 
@@ -163,4 +164,88 @@ TEST(statistics, lines_and_counts)
     lines.clear();
     print_statistics(empty, [&](unsigned, const char* t) { lines.push_back(t); });
     EXPECT_EQ(lines.size(), 4u); // the rest needs a dimension
+}
+
+namespace {
+
+// What factorize_matrix asks of a solver, and no more.
+struct fake_solver {
+    struct record {
+        error_type error_code = no_error, warning_code = no_error;
+        double pivot_min = 0, pivot_max = 0;
+        unsigned error_DOF = 0xFFFFFFFFu;
+        std::string title;
+    } rec;
+    record* data = &rec;
+    Ptr<context_type> context = new context_type;
+    std::vector<std::string> lines;
+
+    void log(unsigned, const char* format, const char* text) { lines.push_back(text), (void)format; }
+    void raise_error(error_type e, const char* title, const char*, int)
+    {
+        if (rec.error_code == no_error) rec.error_code = e, rec.title = title;
+    }
+    void raise_warning(error_type e, const char* title)
+    {
+        if (rec.error_code == no_error && rec.warning_code == no_error) rec.warning_code = e, rec.title = title;
+    }
+};
+
+vector_fast identifiers(unsigned n)
+{
+    vector_fast ids;
+    for (unsigned i = 0; i < n; ++i) ids.push_back(100 + 9 * i);
+    return ids;
+}
+
+} // namespace
+
+TEST(factorize_matrix, zero_pivot_names_its_DOF_or_is_replaced)
+{
+    const std::vector<double> a = {1, 1, 0, 1, 1, 1, 0, 1, 3};
+    const vector_fast ids = identifiers(3);
+    double timer = 0.0;
+    {
+        symmetric_hybrid_OOC<double> A = dense(a, 3);
+        fake_solver s;
+        factorize_matrix(A, ids, false, s, timer);
+        EXPECT_EQ(s.rec.error_code, pivot_error);
+        EXPECT_EQ(s.rec.title, "Pivot error.");
+        EXPECT_EQ(s.rec.error_DOF, 109u);
+        ASSERT_EQ(s.lines.size(), 1u);
+        EXPECT_EQ(s.lines[0], "Bad pivot detected: +0.000000E+00.\n");
+    }
+    {
+        symmetric_hybrid_OOC<double> A = dense(a, 3);
+        fake_solver s;
+        factorize_matrix(A, ids, true, s, timer);
+        EXPECT_EQ(s.rec.error_code, no_error);
+        EXPECT_EQ(s.rec.pivot_min, 0.0);
+        // A replaced zero pivot is still the smallest: the spread warns.
+        EXPECT_EQ(s.rec.warning_code, pivot_warning);
+        EXPECT_EQ(s.rec.error_DOF, 109u);
+    }
+}
+
+TEST(factorize_matrix, warning_threshold_is_strict)
+{
+    const vector_fast ids = identifiers(2);
+    double timer = 0.0;
+    for (const auto& [small, warns] : {std::pair{1e-12, false}, std::pair{0.99e-12, true}}) {
+        symmetric_hybrid_OOC<double> A = dense({1.0, 0.0, 0.0, small}, 2);
+        fake_solver s;
+        factorize_matrix(A, ids, false, s, timer);
+        EXPECT_EQ(s.rec.error_code, no_error);
+        EXPECT_EQ(s.rec.warning_code, warns ? pivot_warning : no_error) << small;
+        if (warns) {
+            EXPECT_EQ(s.rec.error_DOF, 109u);
+        }
+    }
+    // A record that already holds an error is left alone.
+    symmetric_hybrid_OOC<double> A = dense({1.0, 0.0, 0.0, 0.0}, 2);
+    fake_solver s;
+    s.rec.error_code = memory_error;
+    factorize_matrix(A, ids, false, s, timer);
+    EXPECT_EQ(s.rec.pivot_max, 0.0);
+    EXPECT_EQ(A.get(0, 0), 1.0);
 }

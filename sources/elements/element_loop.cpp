@@ -1,0 +1,242 @@
+// The element loops of every model: the range of elements, the evolution factor,
+// the thread rule, and the parallel loop in which elements are computed
+// concurrently and assembled one at a time in element order, so that sums do not
+// depend on the number of threads. Also the defaults of the element operations.
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <vector>
+
+#include <omp.h>
+
+#include "kelt/core/context.h"
+#include "kelt/core/elementary_load.h"
+#include "kelt/core/load_pass.h"
+#include "kelt/elements/element_catalogue.h"
+#include "kelt/elements/element_records.h"
+
+namespace kelt::core {
+
+namespace {
+
+struct element_range {
+    unsigned first;
+    unsigned last;
+};
+
+element_range range_of(unsigned selector, unsigned n) noexcept
+{
+    if (selector == all_elements) return {0, n};
+    if (selector >= n) return {0, 0};
+    return {selector, selector + 1};
+}
+
+unsigned thread_count(const context_type* context) noexcept
+{
+    if (!context || !context->process_mgr) return 1;
+    return std::max(1u, context->process_mgr->max_threads);
+}
+
+double load_evolution(const context_type* context, unsigned func, double t)
+{
+    if (!context || !context->evolution_funcs_mgr) return 1.0;
+    const evolution_func_base* f = context->evolution_funcs_mgr->get(func);
+    return f ? f->value(t) : 1.0;
+}
+
+// Global number of the first element of a model, none when the registry has none.
+unsigned global_first_element(const context_type* context, unsigned model) noexcept
+{
+    if (!context || !context->numerical_models_mgr) return numerical_models_mgr::none;
+    return context->numerical_models_mgr->global_FE_ID(model);
+}
+
+// One element into the assemblers and totals. The order of the tests decides which
+// matrix form an element delivers when it has filled more than one.
+error_type accumulate(const element_work_type& w, element_pass_type& pass, unsigned global_first)
+{
+    if (matrix_assembler_base* m = pass.matrix; m && !m->is_null()) {
+        error_type e = no_error;
+        if (w.Ke.order() != 0) {
+            e = m->add_symmetric(w.Ke, w.DOFs, true);
+        } else if (!w.Kdiag.empty()) {
+            e = m->add_diagonal(w.Kdiag, w.DOFs);
+        } else if (!w.Kblocks.empty()) {
+            for (const element_block& b : w.Kblocks)
+                if (e = m->add_symmetric(b.K, b.DOFs, true); e != no_error) break;
+        } else if (w.Kgen.rows() * w.Kgen.cols() != 0) {
+            e = m->add_general(w.Kgen, w.DOFs);
+        }
+        if (e != no_error) return e;
+    }
+    if (vector_assembler_base* v = pass.vector; v && !v->is_null() && !w.Fe.empty())
+        if (auto e = v->add_vector(w.Fe, w.DOFs); e != no_error) return e;
+    if (w.energy != 0.0 && pass.element_energies && pass.energy_map && global_first != numerical_models_mgr::none) {
+        const unsigned r = pass.energy_map->rank(global_first + w.element);
+        if (r != vector_fast::none && std::uint64_t(pass.energy_offset) + r < pass.element_energies->size())
+            (*pass.element_energies)[pass.energy_offset + r] += w.energy;
+    }
+    pass.total_energy += w.energy;
+    for (unsigned k = 0; k < 4; ++k) pass.sums4[k] += w.sums4[k];
+    for (unsigned k = 0; k < 6; ++k) pass.sums6[k] += w.sums6[k];
+    return no_error;
+}
+
+void keep_first(std::exception_ptr& failure)
+{
+#pragma omp critical(kelt_element_loop_failure)
+    {
+        if (!failure) failure = std::current_exception();
+    }
+}
+
+// compute(work) for each element of the range, then accumulate(work) in element
+// order. Serial when the range is no longer than the thread count: a parallel region
+// would cost more than it saves. The first failure in element order is returned;
+// once a thread has failed, the others skip their remaining computations.
+template <class Compute, class Accumulate>
+error_type element_loop(element_range r, unsigned nt, element_work_type& work, const Compute& compute,
+                        const Accumulate& accumulate)
+{
+    const unsigned n = r.last > r.first ? r.last - r.first : 0;
+    if (n <= nt || nt < 2) {
+        for (unsigned e = r.first; e < r.last; ++e) {
+            work.element = e;
+            if (auto err = compute(work); err != no_error) return err;
+            if (auto err = accumulate(work); err != no_error) return err;
+        }
+        return no_error;
+    }
+    std::vector<std::unique_ptr<element_work_type>> locals(nt);
+    for (auto& l : locals) l = work.private_copy();
+    error_type result = no_error;
+    int stop = 0;
+    std::exception_ptr failure;
+    const long long first = r.first, last = r.last;
+#pragma omp parallel num_threads(int(nt))
+    {
+        element_work_type& local = *locals[unsigned(omp_get_thread_num())];
+#pragma omp for schedule(dynamic, 1) ordered
+        for (long long i = first; i < last; ++i) {
+            int stopped;
+#pragma omp atomic read
+            stopped = stop;
+            error_type err = no_error;
+            bool computed = false;
+            if (!stopped) {
+                try {
+                    local.element = unsigned(i);
+                    err = compute(local);
+                    computed = err == no_error;
+                } catch (...) {
+                    keep_first(failure);
+                    err = internal_error;
+                }
+                if (err != no_error) {
+#pragma omp atomic write
+                    stop = 1;
+                }
+            }
+#pragma omp ordered
+            {
+                if (result == no_error && err != no_error) {
+                    result = err;
+                } else if (result == no_error && computed) {
+                    try {
+                        err = accumulate(local);
+                    } catch (...) {
+                        keep_first(failure);
+                        err = internal_error;
+                    }
+                    if (err != no_error) {
+                        result = err;
+#pragma omp atomic write
+                        stop = 1;
+                    }
+                }
+            }
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
+    return result;
+}
+
+} // namespace
+
+unsigned numerical_model_base::element_dim() const { return ::kelt::element_dim(get_FE_type()); }
+
+error_type numerical_model_base::compute_element(unsigned, element_work_type& work) const
+{
+    work.clear_outputs();
+    work.DOFs.clear();
+    return no_error;
+}
+
+error_type numerical_model_base::compute_element_load(const elementary_load&, element_work_type& work) const
+{
+    work.clear_outputs();
+    work.DOFs.clear();
+    return no_error;
+}
+
+error_type numerical_model_base::compute_element_results(unsigned, unsigned, element_work_type& work) const
+{
+    work.clear_outputs();
+    work.DOFs.clear();
+    return no_error;
+}
+
+error_type numerical_model_base::run_elements(unsigned kind, element_pass_type& pass)
+{
+    const element_range r = range_of(pass.element, nbr_elements());
+    element_work_type work;
+    work.start(pass, kind, ID);
+    work.factor *= evolution_factor(pass.time);
+    if (work.factor == 0.0 || !handles_field_family(kind)) return no_error;
+    if (pass.has_thermal && pass.thermal) work.thermal = pass.thermal->get_thermal(ID);
+    const unsigned global_first = global_first_element(context, ID);
+    return element_loop(
+        r, thread_count(context), work, [&](element_work_type& w) { return compute_element(kind, w); },
+        [&](element_work_type& w) { return accumulate(w, pass, global_first); });
+}
+
+error_type numerical_model_base::run_element_loads(const elementary_load& load, load_pass_type& pass)
+{
+    if (pass.assembler.is_null() || pass.factor == 0.0) return no_error;
+    const element_range r = range_of(pass.element, nbr_elements());
+    element_work_type work;
+    if (pass.element_pass) work.start(*pass.element_pass, 0, ID);
+    work.model = ID;
+    work.matrix_mode = matrix_none;
+    work.vector_mode = 1;
+    work.thermal = nullptr;
+    work.time = pass.time;
+    work.factor = pass.factor * evolution_factor(pass.time) * load_evolution(context, load.func, pass.time);
+    if (work.factor == 0.0) return no_error;
+    return element_loop(
+        r, thread_count(context), work, [&](element_work_type& w) { return compute_element_load(load, w); },
+        [&](element_work_type& w) {
+            return w.Fe.empty() ? no_error : pass.assembler.add_vector(w.Fe, w.DOFs);
+        });
+}
+
+error_type numerical_model_base::run_element_results(unsigned kind, unsigned result, element_pass_type& pass)
+{
+    if (!pass.results) return no_error;
+    const element_range r = range_of(pass.element, nbr_elements());
+    element_work_type work;
+    work.start(pass, kind, ID);
+    work.matrix_mode = matrix_none;
+    work.vector_mode = 0;
+    work.factor *= evolution_factor(pass.time);
+    if (work.factor == 0.0 || !handles_field_family(kind)) return no_error;
+    if (pass.has_thermal && pass.thermal) work.thermal = pass.thermal->get_thermal(ID);
+    return element_loop(
+        r, thread_count(context), work, [&](element_work_type& w) { return compute_element_results(kind, result, w); },
+        [&](element_work_type& w) {
+            if (w.results.cols() == 0) return no_error;
+            return pass.results->add_results(ID, w.element, w.point_IDs, w.results);
+        });
+}
+
+} // namespace kelt::core

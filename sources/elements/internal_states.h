@@ -1,0 +1,68 @@
+// The store of the laws' internal states between runs and steps: per model
+// identifier, one block of values with a slice per element that has states.
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+
+#include "kelt/core/ref_counted.h"
+#include "kelt/math/dense1D.h"
+
+namespace kelt::core {
+
+// Element e owns values[offsets[e]] to values[offsets[e + 1]]: a slice of one stride
+// when it has states, an empty one when it has none.
+struct internal_states_block {
+    unsigned stride = 0;
+    dense1D<unsigned, 8> offsets;
+    dense1D<double, 8> values;
+
+    void clear()
+    {
+        stride = 0;
+        offsets.clear();
+        values.clear();
+    }
+    unsigned nbr_elements() const noexcept { return offsets.size() ? offsets.size() - 1 : 0; }
+    // The element's slice when it is exactly one stride wide, else an empty one.
+    dense1D<double, 8> slice(unsigned element) const
+    {
+        if (element + 1 >= offsets.size() || offsets[element + 1] - offsets[element] != stride || stride == 0 ||
+            offsets[element + 1] > values.size())
+            return dense1D<double, 8>(values.buffer(), values.offset(), 0);
+        return values.sub_vector(offsets[element], stride);
+    }
+};
+
+// FNV-1a over the four bytes of a model identifier.
+struct model_ID_hash {
+    std::size_t operator()(unsigned ID) const noexcept
+    {
+        std::uint32_t h = 2166136261u;
+        for (unsigned k = 0; k < 4; ++k) {
+            h ^= (ID >> (8 * k)) & 0xFFu;
+            h *= 16777619u;
+        }
+        return h;
+    }
+};
+
+class internal_states : public ref_counted {
+public:
+    // Null when the model has no block.
+    const internal_states_block* find(unsigned model) const
+    {
+        const auto it = blocks.find(model);
+        return it == blocks.end() ? nullptr : &it->second;
+    }
+    // The model's block, created empty if absent. Throws std::bad_alloc.
+    internal_states_block& at(unsigned model) { return blocks[model]; }
+    void erase(unsigned model) { blocks.erase(model); }
+    void clear() { blocks.clear(); }
+    unsigned size() const noexcept { return unsigned(blocks.size()); }
+
+private:
+    std::unordered_map<unsigned, internal_states_block, model_ID_hash> blocks;
+};
+
+} // namespace kelt::core

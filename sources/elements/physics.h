@@ -1,0 +1,86 @@
+// The physics objects of the mesh models: which law a family uses, in which
+// kinematic variant, and the two codes by which models and solvers know it.
+#pragma once
+
+#include <type_traits>
+
+#include "kelt/core/ref_counted.h"
+#include "kelt/elements/element_loads.h"
+#include "kelt/laws/law_base.h"
+#include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_solid.h"
+
+namespace kelt::core {
+
+struct small_strain_tag {};
+struct small_transformation_tag {};
+struct finite_transformation_tag {};
+
+// First codes of the families.
+inline constexpr unsigned physics_load_only_code = 1000;
+inline constexpr unsigned physics_solid_code = 4000;
+inline constexpr unsigned physics_heat_conduction_3d_code = 19000;
+// Added to the first code by the finite variants.
+inline constexpr unsigned finite_variant_offset = 300;
+
+class physics_base : public ref_counted {
+public:
+    virtual unsigned physics_code() const = 0;
+    virtual unsigned physics_variant_code() const = 0;
+    // The law, null for a physics without one.
+    virtual law_base* get_law() const = 0;
+};
+
+// Solids: three translations per node (places 0, 1, 2).
+template <class Strain, class Transformation, class Law>
+class mechanical_displacement_3d : public physics_base {
+public:
+    using law_type = Law;
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned first_code = physics_solid_code;
+    static constexpr unsigned second_code = first_code + (finite ? finite_variant_offset : 0);
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+
+    explicit mechanical_displacement_3d(const Ptr<Law>& law_) : law(law_) {}
+    unsigned physics_code() const override { return first_code; }
+    unsigned physics_variant_code() const override { return second_code; }
+    law_base* get_law() const override { return law.get(); }
+
+    Ptr<Law> law;
+    unsigned axes[3] = {0, 1, 2};
+};
+
+using solid_small = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_solid_stiff>;
+using solid_finite = mechanical_displacement_3d<small_strain_tag, finite_transformation_tag, law_solid_stiff>;
+using solid_mass = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_scalar>;
+
+// Steady conduction in a volume: one temperature per node (place 6).
+template <class Law>
+class heat_conduction_3d : public physics_base {
+public:
+    using law_type = Law;
+    static constexpr unsigned first_code = physics_heat_conduction_3d_code;
+    static constexpr unsigned second_code = first_code;
+    static constexpr unsigned accepted_loads = load_bit(load_heat);
+
+    explicit heat_conduction_3d(const Ptr<Law>& law_) : law(law_) {}
+    unsigned physics_code() const override { return first_code; }
+    unsigned physics_variant_code() const override { return second_code; }
+    law_base* get_law() const override { return law.get(); }
+
+    Ptr<Law> law;
+};
+
+using conduction_3d = heat_conduction_3d<law_scalar>;
+
+// Loads alone: no law, no matrix.
+class physics_load_only : public physics_base {
+public:
+    static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure) | load_bit(load_heat);
+
+    unsigned physics_code() const override { return physics_load_only_code; }
+    unsigned physics_variant_code() const override { return physics_load_only_code; }
+    law_base* get_law() const override { return nullptr; }
+};
+
+} // namespace kelt::core

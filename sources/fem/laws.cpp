@@ -1,0 +1,115 @@
+#include "kelt/fem/laws.h"
+
+#include <new>
+
+#include "kelt/core/bases_mgr.h"
+#include "kelt/fem/bases_mgr.h"
+#include "kelt/fem/handle_call.h"
+#include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_solid.h"
+
+namespace kelt::fem {
+
+namespace {
+
+using detail::call;
+
+template <class Core>
+void make(base_class& h)
+{
+    attach(h, new (std::nothrow) Core);
+}
+
+Ptr<core::bases_mgr> core_bases(const bases_mgr& b)
+{
+    return Ptr<core::bases_mgr>(static_cast<core::bases_mgr*>(core_of(b)));
+}
+
+} // namespace
+
+dense1D<double, 8> law_base::get_data() const
+{
+    const auto* l = core<core::law_base>();
+    return l ? l->data : dense1D<double, 8>();
+}
+
+error_type law_base::set_element_by_element(unsigned model, unsigned element, const dense1D<double, 8>& data)
+{
+    return call<core::law_base>(*this, [&](core::law_base& l) { return l.set_element_by_element(model, element, data); });
+}
+
+bool law_base::has_element_data(unsigned model, unsigned element) const
+{
+    const auto* l = core<core::law_base>();
+    return l && l->has_element_data(model, element);
+}
+
+error_type law_base::get_element_data(unsigned model, unsigned element, dense1D<double, 8>& out) const
+{
+    return call<core::law_base>(*this, [&](core::law_base& l) { return l.get_element_data(model, element, out); });
+}
+
+std::pair<double, double> law_base::get_stiffness_range(field_tag field) const
+{
+    const auto* l = core<core::law_base>();
+    return l ? l->get_stiffness_range(field) : std::pair<double, double>(0.0, 0.0);
+}
+
+law_solid_StVenant::law_solid_StVenant() { make<core::law_solid_StVenant>(*this); }
+
+error_type law_solid_StVenant::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_solid_StVenant>(*this, [&](core::law_solid_StVenant& l) { return l.init(data); });
+}
+
+law_solid_orthotropic::law_solid_orthotropic() { make<core::law_solid_orthotropic>(*this); }
+
+error_type law_solid_orthotropic::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_solid_orthotropic>(*this, [&](core::law_solid_orthotropic& l) { return l.init(data); });
+}
+
+error_type law_solid_orthotropic::init(const dense1D<double, 8>& data, const bases_mgr& bases, unsigned basis)
+{
+    return call<core::law_solid_orthotropic>(
+        *this, [&](core::law_solid_orthotropic& l) { return l.init(data, core_bases(bases), basis); });
+}
+
+law_solid_skyline::law_solid_skyline() : law_solid_orthotropic(no_object{})
+{
+    attach(*this, new (std::nothrow) core::law_solid_skyline(vector_fixed<unsigned, 6>{}));
+}
+
+error_type law_solid_skyline::init(const vector_fixed<unsigned, 6>& heights, const dense1D<double, 8>& data)
+{
+    return call<core::law_solid_skyline>(*this, [&](core::law_solid_skyline& l) {
+        l.heights = heights;
+        return l.init(data);
+    });
+}
+
+error_type law_solid_skyline::init(const vector_fixed<unsigned, 6>& heights, const dense1D<double, 8>& data,
+                                   const bases_mgr& bases, unsigned basis)
+{
+    return call<core::law_solid_skyline>(*this, [&](core::law_solid_skyline& l) {
+        l.heights = heights;
+        return l.init(data, core_bases(bases), basis);
+    });
+}
+
+law_scalar::law_scalar() { make<core::law_scalar>(*this); }
+
+error_type law_scalar::init(double value)
+{
+    dense1D<double, 8> data;
+    data.push_back(value);
+    if (data.size() != 1) return memory_error;
+    return init(data);
+}
+
+error_type law_scalar::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_scalar>(*this, [&](core::law_scalar& l) { return l.init(data); });
+}
+
+} // namespace kelt::fem

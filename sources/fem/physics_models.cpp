@@ -1,0 +1,49 @@
+#include "kelt/fem/physics_models.h"
+
+#include <new>
+
+#include "kelt/elements/physics.h"
+
+namespace kelt::fem {
+
+namespace {
+
+// The physics of type Physics on the law of `law`, when it is a Law.
+template <class Physics>
+error_type make(base_class& h, const base_class& law)
+{
+    using Law = typename Physics::law_type;
+    auto* l = dynamic_cast<Law*>(static_cast<core::law_base*>(core_of(law)));
+    if (!l) return invalid_data_error;
+    auto* p = new (std::nothrow) Physics(Ptr<Law>(l));
+    if (!p) return memory_error;
+    attach(h, p);
+    return no_error;
+}
+
+} // namespace
+
+unsigned physics_model_base::physics_code() const
+{
+    const auto* p = core<core::physics_base>();
+    return p ? p->physics_code() : 0;
+}
+
+unsigned physics_model_base::physics_variant_code() const
+{
+    const auto* p = core<core::physics_base>();
+    return p ? p->physics_variant_code() : 0;
+}
+
+error_type model_solid_lin::init(const law_base& law) { return make<core::solid_small>(*this, law); }
+
+error_type model_solid_gnl::init(const law_base& law) { return make<core::solid_finite>(*this, law); }
+
+error_type model_solid_mass::init(const law_scalar& density) { return make<core::solid_mass>(*this, density); }
+
+error_type model_heat_conduction_3d::init(const law_scalar& conductivity)
+{
+    return make<core::conduction_3d>(*this, conductivity);
+}
+
+} // namespace kelt::fem

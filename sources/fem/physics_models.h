@@ -1,0 +1,51 @@
+// Public handles on the physics of the mesh models: which law a family uses and in
+// which kinematic variant. `init(law)` builds the physics on a law of the right
+// kind; the handle stays empty until then.
+#pragma once
+
+#include "kelt/core/types.h"
+#include "kelt/fem/base_class.h"
+#include "kelt/fem/laws.h"
+
+namespace kelt::fem {
+
+class physics_model_base : public base_class {
+public:
+    physics_model_base() = default;
+    physics_model_base(const physics_model_base&) = default;
+    physics_model_base(physics_model_base&&) = default;
+    physics_model_base& operator=(const physics_model_base&) = default;
+    physics_model_base& operator=(physics_model_base&&) = default;
+    ~physics_model_base() override = default;
+
+    // The family's code and its kinematic variant; 0 for an empty handle.
+    unsigned physics_code() const;
+    unsigned physics_variant_code() const;
+};
+
+// Solids in small strain, on law_solid_StVenant, law_solid_orthotropic or
+// law_solid_skyline; `invalid_data_error` for another law or an empty one.
+class model_solid_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
+// Solids in the finite variant: Green-Lagrange strain, total Lagrangian form.
+class model_solid_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
+// The mass of solids, on a law_scalar density.
+class model_solid_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& density);
+};
+
+// Steady conduction in volumes, on a law_scalar conductivity.
+class model_heat_conduction_3d : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& conductivity);
+};
+
+} // namespace kelt::fem

@@ -1,0 +1,13 @@
+#include "kelt/laws/law_scalar.h"
+
+namespace kelt::core {
+
+bool law_scalar::valid(const dense1D<double, 8>& d) const { return d.size() == 1; }
+
+double law_scalar::get_value(const law_key& key) const noexcept
+{
+    const dense1D<double, 8>& d = element_data(key.model, key.element);
+    return d.size() ? d[0] : 0.0;
+}
+
+} // namespace kelt::core
