@@ -16,6 +16,7 @@ namespace {
 constexpr unsigned none = 0xFFFFFFFFu;
 constexpr unsigned group_cols = 64;   // columns of pair products computed at once
 constexpr unsigned lock_stripes = 256;
+constexpr std::size_t small_level_values = 1u << 15; // below this a level runs on one thread
 
 // A column restricted to rows below a given row: its values for rows top .. r1 - 1
 // end at `end`, the address of row r1; rows above `top` count as zeros.
@@ -434,8 +435,12 @@ error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned
         std::atomic<int> error{no_error};
         for (unsigned l = 0; l < nbr_levels && error == no_error; ++l) {
             const unsigned first = level_ptr[l], count = level_ptr[l + 1] - first;
-            const unsigned team = std::min(count, T), inner = std::max(T / team, 1u);
-#pragma omp parallel for num_threads(team) schedule(dynamic, 1)
+            // A level with little work runs on this thread: waking a team costs more.
+            std::size_t work = 0;
+            for (unsigned i = 0; i < count; ++i) work += data->find_block(by_level[first + i])->nbr_values();
+            const unsigned team = work < small_level_values ? 1u : std::min(count, T);
+            const unsigned inner = work < small_level_values ? 1u : std::max(T / team, 1u);
+#pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
             for (unsigned i = 0; i < count; ++i) {
                 if (error != no_error) continue;
                 const unsigned t = unsigned(omp_get_thread_num());
