@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <new>
 
 #include "kelt/engine/kernels.h"
@@ -436,10 +437,30 @@ error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned
         for (unsigned l = 0; l < nbr_levels && error == no_error; ++l) {
             const unsigned first = level_ptr[l], count = level_ptr[l + 1] - first;
             // A level with little work runs on this thread: waking a team costs more.
-            std::size_t work = 0;
-            for (unsigned i = 0; i < count; ++i) work += data->find_block(by_level[first + i])->nbr_values();
-            const unsigned team = work < small_level_values ? 1u : std::min(count, T);
-            const unsigned inner = work < small_level_values ? 1u : std::max(T / team, 1u);
+            // A level of a few large blocks of unequal work runs them one after the
+            // other, each on all threads, when that ends sooner than one block a thread.
+            std::size_t values = 0;
+            std::vector<double> work(count);
+            for (unsigned i = 0; i < count; ++i) {
+                const symmetric_skyline_block* v = data->find_block(by_level[first + i]);
+                values += v->nbr_values();
+                work[i] = double(v->nbr_values()) * double(v->nbr_values()) / double(v->nbr_segments + 1);
+            }
+            unsigned team = std::min(count, T), inner = std::max(T / team, 1u);
+            if (values < small_level_values) {
+                team = inner = 1;
+            } else if (count > 1 && count < 4 * T) {
+                std::sort(work.begin(), work.end(), std::greater<>());
+                std::vector<double> load(team, 0.0);
+                double total = 0.0;
+                for (double w : work) {
+                    *std::min_element(load.begin(), load.end()) += w;
+                    total += w;
+                }
+                const double by_blocks = *std::max_element(load.begin(), load.end());
+                const double by_teams = total / T / 0.85; // nested teams share a block less well
+                if (by_teams < by_blocks) team = 1, inner = T;
+            }
 #pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
             for (unsigned i = 0; i < count; ++i) {
                 if (error != no_error) continue;
