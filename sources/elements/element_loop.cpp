@@ -91,9 +91,12 @@ void keep_first(std::exception_ptr& failure)
 }
 
 // compute(work) for each element of the range, then accumulate(work) in element
-// order. Serial when the range is no longer than the thread count: a parallel region
-// would cost more than it saves. The first failure in element order is returned;
-// once a thread has failed, the others skip their remaining computations.
+// order, so that results do not depend on the thread count. Elements are computed
+// concurrently a chunk at a time, each into a work record of its own, and the chunk
+// is then accumulated in order by this thread: a thread that the system puts aside
+// delays one chunk, not every element after it. Serial when the range is no longer
+// than the thread count. The first failure in element order is returned; nothing
+// after it is accumulated.
 template <class Compute, class Accumulate>
 error_type element_loop(element_range r, unsigned nt, element_work_type& work, const Compute& compute,
                         const Accumulate& accumulate)
@@ -107,58 +110,31 @@ error_type element_loop(element_range r, unsigned nt, element_work_type& work, c
         }
         return no_error;
     }
-    std::vector<std::unique_ptr<element_work_type>> locals(nt);
-    for (auto& l : locals) l = work.private_copy();
-    error_type result = no_error;
-    int stop = 0;
+    const unsigned chunk = std::min(n, 16 * nt);
+    std::vector<std::unique_ptr<element_work_type>> slots(chunk);
+    for (auto& l : slots) l = work.private_copy();
+    std::vector<error_type> errors(chunk);
     std::exception_ptr failure;
-    const long long first = r.first, last = r.last;
-#pragma omp parallel num_threads(int(nt))
-    {
-        element_work_type& local = *locals[unsigned(omp_get_thread_num())];
-#pragma omp for schedule(dynamic, 1) ordered
-        for (long long i = first; i < last; ++i) {
-            int stopped;
-#pragma omp atomic read
-            stopped = stop;
-            error_type err = no_error;
-            bool computed = false;
-            if (!stopped) {
-                try {
-                    local.element = unsigned(i);
-                    err = compute(local);
-                    computed = err == no_error;
-                } catch (...) {
-                    keep_first(failure);
-                    err = internal_error;
-                }
-                if (err != no_error) {
-#pragma omp atomic write
-                    stop = 1;
-                }
-            }
-#pragma omp ordered
-            {
-                if (result == no_error && err != no_error) {
-                    result = err;
-                } else if (result == no_error && computed) {
-                    try {
-                        err = accumulate(local);
-                    } catch (...) {
-                        keep_first(failure);
-                        err = internal_error;
-                    }
-                    if (err != no_error) {
-                        result = err;
-#pragma omp atomic write
-                        stop = 1;
-                    }
-                }
+    for (unsigned c0 = r.first; c0 < r.last; c0 += chunk) {
+        const int count = int(std::min(chunk, r.last - c0));
+#pragma omp parallel for num_threads(int(nt)) schedule(dynamic, 1)
+        for (int k = 0; k < count; ++k) {
+            element_work_type& local = *slots[unsigned(k)];
+            try {
+                local.element = c0 + unsigned(k);
+                errors[unsigned(k)] = compute(local);
+            } catch (...) {
+                keep_first(failure);
+                errors[unsigned(k)] = internal_error;
             }
         }
+        if (failure) std::rethrow_exception(failure);
+        for (unsigned k = 0; k < unsigned(count); ++k) {
+            if (errors[k] != no_error) return errors[k];
+            if (auto err = accumulate(*slots[k]); err != no_error) return err;
+        }
     }
-    if (failure) std::rethrow_exception(failure);
-    return result;
+    return no_error;
 }
 
 } // namespace

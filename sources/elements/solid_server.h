@@ -56,7 +56,7 @@ public:
         point_values v;
         double B[nbr_DOFs][6];
         for (unsigned p = 0; p < nbr_points; ++p) {
-            const double det = evaluate(p, nodes, e, green_lagrange, w, v);
+            const double det = evaluate(p, e, green_lagrange, w, v);
             w.weights.push_back(det * data.points[p].weight);
             if (!(det > 0.0)) {
                 result = element_geometry_error;
@@ -92,7 +92,7 @@ public:
         point_values v;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
-            const double det = evaluate(p, nodes, e, finite, w, v);
+            const double det = evaluate(p, e, finite, w, v);
             for (unsigned i = 0; i < 3; ++i) w.results(i, p) = v.x[i];
             if (!(det > 0.0)) {
                 status = element_geometry_error;
@@ -147,10 +147,9 @@ private:
 
     // The map, strain and law at point p; returns the determinant, and stops at the
     // map when it is not positive.
-    double evaluate(unsigned p, const unsigned* nodes, const element_data& e, bool green_lagrange,
-                    element_work_type& w, point_values& v) const
+    double evaluate(unsigned p, const element_data& e, bool green_lagrange, element_work_type& w,
+                    point_values& v) const
     {
-        (void)nodes;
         const kinematic_item<Shape>* items = data.items[p];
         const double det = volume_map<Shape>(items, e.x, v.n, v.x);
         if (!(det > 0.0)) return det;
@@ -251,23 +250,25 @@ private:
         }
     }
 
-    // K += w B D B^T on the packed upper triangle, by columns.
+    // K += w B D B^T on the packed upper triangle, by columns. (w B D) is kept
+    // transposed, so that each column of K is a sum of six contiguous rows.
     static void add_BDBt(const double (&B)[nbr_DOFs][6], const constitutive6& D, double w, double* K)
     {
-        double C[nbr_DOFs][6];
-        for (unsigned i = 0; i < nbr_DOFs; ++i)
-            for (unsigned m = 0; m < 6; ++m) {
-                double s = 0.0;
-                for (unsigned l = 0; l < 6; ++l) s += B[i][l] * D(l, m);
-                C[i][m] = w * s;
+        double C[6][nbr_DOFs];
+        for (unsigned m = 0; m < 6; ++m) {
+            double Dm[6];
+            for (unsigned l = 0; l < 6; ++l) Dm[l] = w * D(l, m);
+            for (unsigned i = 0; i < nbr_DOFs; ++i) {
+                const double* b = B[i];
+                C[m][i] = b[0] * Dm[0] + b[1] * Dm[1] + b[2] * Dm[2] + b[3] * Dm[3] + b[4] * Dm[4] + b[5] * Dm[5];
             }
-        std::size_t at = 0;
+        }
         for (unsigned j = 0; j < nbr_DOFs; ++j) {
             const double* b = B[j];
-            for (unsigned i = 0; i <= j; ++i) {
-                const double* c = C[i];
-                K[at++] += c[0] * b[0] + c[1] * b[1] + c[2] * b[2] + c[3] * b[3] + c[4] * b[4] + c[5] * b[5];
-            }
+            double* column = K + std::size_t(j) * (j + 1) / 2;
+            for (unsigned i = 0; i <= j; ++i)
+                column[i] += C[0][i] * b[0] + C[1][i] * b[1] + C[2][i] * b[2] + C[3][i] * b[3] + C[4][i] * b[4] +
+                             C[5][i] * b[5];
         }
     }
 
