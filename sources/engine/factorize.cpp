@@ -17,6 +17,7 @@ namespace {
 constexpr unsigned none = 0xFFFFFFFFu;
 constexpr unsigned group_cols = 64;   // columns of pair products computed at once
 constexpr unsigned lock_stripes = 256;
+constexpr unsigned solve_tile = 64; // extra columns handed to a solve kernel at once
 constexpr std::size_t small_level_values = 1u << 15; // below this a level runs on one thread
 
 // A column restricted to rows below a given row: its values for rows top .. r1 - 1
@@ -490,38 +491,127 @@ template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positiv
 template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned);
 template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned);
 
-double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned)
+namespace {
+
+// Blocks by level of the block elimination tree.
+struct level_lists {
+    std::vector<unsigned> ptr, blocks;
+    explicit level_lists(const block_proxy_data& data)
+    {
+        const std::vector<unsigned> level = block_levels(block_parents(data));
+        const unsigned n = level.empty() ? 0 : *std::max_element(level.begin(), level.end()) + 1;
+        ptr.assign(n + 1, 0);
+        for (unsigned l : level) ++ptr[l + 1];
+        for (unsigned l = 0; l < n; ++l) ptr[l + 1] += ptr[l];
+        blocks.resize(level.size());
+        std::vector<unsigned> fill(ptr.begin(), ptr.end() - 1);
+        for (unsigned b = 0; b < level.size(); ++b) blocks[fill[level[b]]++] = b;
+    }
+    unsigned size() const { return unsigned(ptr.size() - 1); }
+};
+
+bool solve_in_parallel(const block_proxy_data& data, unsigned threads)
+{
+    return threads >= 2 && data.nbr_blocks() >= 2 && data.nbr_values() > 16384;
+}
+
+// The band of one block in the forward solve; the products of its extra columns with
+// the band go to `extra` (subtracted from x by the caller). Returns the block's energy.
+double forward_block(const symmetric_skyline_block& v, double* x, double* extra)
+{
+    const kernel_table& K = kernels();
+    const unsigned f = v.first, e = v.end();
+    for (unsigned s = 1; s < v.dim; ++s) x[f + s] -= K.dot(v.seg_end(s), x + f + s, v.seg_length(s));
+    // The extra columns all end at the band's end: a few at a time share the loads of x.
+    for (unsigned s0 = v.dim; s0 < v.nbr_segments; s0 += solve_tile) {
+        const unsigned count = std::min(solve_tile, v.nbr_segments - s0);
+        const double* ends[solve_tile];
+        unsigned lens[solve_tile];
+        double* out[solve_tile];
+        for (unsigned t = 0; t < count; ++t) {
+            ends[t] = v.seg_end(s0 + t), lens[t] = v.seg_length(s0 + t);
+            out[t] = extra ? extra + (s0 - v.dim + t) : x + v.columns[s0 + t];
+        }
+        K.gather_dots(x + e, count, ends, lens, out);
+    }
+    return K.scale_and_dot(x + f, v.diag(), v.dim);
+}
+
+void backward_block(const symmetric_skyline_block& v, double* x)
+{
+    const kernel_table& K = kernels();
+    const unsigned f = v.first, e = v.end();
+    for (unsigned s1 = v.nbr_segments; s1 > v.dim;) {
+        const unsigned s0 = s1 > v.dim + solve_tile ? s1 - solve_tile : v.dim, count = s1 - s0;
+        const double* ends[solve_tile];
+        unsigned lens[solve_tile];
+        double alpha[solve_tile];
+        for (unsigned t = 0; t < count; ++t)
+            ends[t] = v.seg_end(s0 + t), lens[t] = v.seg_length(s0 + t), alpha[t] = x[v.columns[s0 + t]];
+        K.scatter_axpys(x + e, count, ends, lens, alpha);
+        s1 = s0;
+    }
+    for (unsigned s = v.dim; s-- > 1;) {
+        const unsigned len = v.seg_length(s);
+        K.axpy(-x[f + s], v.seg_end(s) - len, x + f + s - len, len);
+    }
+}
+
+} // namespace
+
+double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
 {
     const block_proxy_data* data = A.proxy();
     if (!data) return 0.0;
-    const kernel_table& K = kernels();
+    block_cursor cursor(A, true);
+    const unsigned nb = data->nbr_blocks();
     double total = 0.0;
-    for (unsigned b = 0; b < data->nbr_blocks(); ++b) {
-        const symmetric_skyline_block& v = *data->find_block(b);
-        const unsigned f = v.first, e = v.end();
-        for (unsigned s = 1; s < v.dim; ++s) x[f + s] -= K.dot(v.seg_end(s), x + f + s, v.seg_length(s));
-        for (unsigned s = v.dim; s < v.nbr_segments; ++s) x[v.columns[s]] -= K.dot(v.seg_end(s), x + e, v.seg_length(s));
-        total += K.scale_and_dot(x + f, v.diag(), v.dim);
+    if (!solve_in_parallel(*data, nbr_threads)) {
+        for (unsigned b = 0; b < nb; ++b) total += forward_block(*data->find_block(b), x, nullptr);
+        return total;
     }
+    // Blocks of one level read only their own rows; what they send to later rows is
+    // kept apart and added after the level, in block order, so the result does not
+    // depend on the thread count.
+    const level_lists levels(*data);
+    std::vector<double> energy(nb, 0.0), extra;
+    std::vector<std::size_t> offset;
+    for (unsigned l = 0; l < levels.size(); ++l) {
+        const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
+        offset.assign(count + 1, 0);
+        for (unsigned i = 0; i < count; ++i) offset[i + 1] = offset[i] + data->find_block(levels.blocks[first + i])->nbr_extra();
+        extra.assign(offset[count], 0.0);
+        const int team = int(std::min(count, nbr_threads));
+#pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
+        for (unsigned i = 0; i < count; ++i) {
+            const unsigned b = levels.blocks[first + i];
+            energy[b] = forward_block(*data->find_block(b), x, extra.data() + offset[i]);
+        }
+        for (unsigned i = 0; i < count; ++i) {
+            const symmetric_skyline_block& v = *data->find_block(levels.blocks[first + i]);
+            for (unsigned t = 0; t < v.nbr_extra(); ++t) x[v.columns[v.dim + t]] += extra[offset[i] + t];
+        }
+    }
+    for (double e : energy) total += e;
     return total;
 }
 
-error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned)
+error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
 {
     const block_proxy_data* data = A.proxy();
     if (!data) return no_error;
-    const kernel_table& K = kernels();
-    for (unsigned b = data->nbr_blocks(); b-- > 0;) {
-        const symmetric_skyline_block& v = *data->find_block(b);
-        const unsigned f = v.first, e = v.end();
-        for (unsigned s = v.nbr_segments; s-- > v.dim;) {
-            const unsigned len = v.seg_length(s);
-            K.axpy(-x[v.columns[s]], v.seg_end(s) - len, x + e - len, len);
-        }
-        for (unsigned s = v.dim; s-- > 1;) {
-            const unsigned len = v.seg_length(s);
-            K.axpy(-x[f + s], v.seg_end(s) - len, x + f + s - len, len);
-        }
+    block_cursor cursor(A, true);
+    if (!solve_in_parallel(*data, nbr_threads)) {
+        for (unsigned b = data->nbr_blocks(); b-- > 0;) backward_block(*data->find_block(b), x);
+        return no_error;
+    }
+    // Blocks of one level write only their own rows and read rows already final.
+    const level_lists levels(*data);
+    for (unsigned l = levels.size(); l-- > 0;) {
+        const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
+        const int team = int(std::min(count, nbr_threads));
+#pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
+        for (unsigned i = 0; i < count; ++i) backward_block(*data->find_block(levels.blocks[first + i]), x);
     }
     return no_error;
 }

@@ -38,6 +38,15 @@ struct kernel_table {
     // L[r * nq + k] * x_t[k], in the order of k, where x_t[r] is cols[t][r]. Rows
     // below lo[t] are neither read nor written. nq is at most 16.
     void (*lower_solve)(unsigned nq, const double* L, unsigned count, double* const* cols, const unsigned* lo);
+
+    // out[t] -= dot(x_end, ends[t], lens[t]) for t < count: many columns against
+    // one vector, the vector's loads shared.
+    void (*gather_dots)(const double* x_end, unsigned count, const double* const* ends, const unsigned* lens,
+                        double* const* out);
+    // y_end[-1-k] -= sum over t of alpha[t] * ends[t][-1-k] for k < lens[t]: many
+    // columns into one vector, each entry of y loaded and stored once a tile.
+    void (*scatter_axpys)(double* y_end, unsigned count, const double* const* ends, const unsigned* lens,
+                          const double* alpha);
 };
 
 // The table for this processor.

@@ -233,7 +233,59 @@ void lower_solve(unsigned nq, const double* L, unsigned count, double* const* co
     }
 }
 
-const kernel_table table = {KELT_KERNEL_NAME, dot, scale_and_dot, row_update, pair_dots, axpy,
-                            MR,               NR,  gemm,          lower_solve};
+void gather_dots(const double* x_end, unsigned count, const double* const* ends, const unsigned* lens,
+                 double* const* out)
+{
+    unsigned t = 0;
+    for (; t + 4 <= count; t += 4) {
+        const unsigned common = min2(min2(lens[t], lens[t + 1]), min2(lens[t + 2], lens[t + 3])) / W;
+        const double *e0 = ends[t], *e1 = ends[t + 1], *e2 = ends[t + 2], *e3 = ends[t + 3];
+        vec a0 = {}, a1 = {}, a2 = {}, a3 = {};
+        for (unsigned k = 0; k < common; ++k) {
+            const unsigned off = (k + 1) * W;
+            const vec x = load(x_end - off);
+            a0 += x * load(e0 - off);
+            a1 += x * load(e1 - off);
+            a2 += x * load(e2 - off);
+            a3 += x * load(e3 - off);
+        }
+        *out[t] -= finish(a0, x_end, e0, lens[t], common);
+        *out[t + 1] -= finish(a1, x_end, e1, lens[t + 1], common);
+        *out[t + 2] -= finish(a2, x_end, e2, lens[t + 2], common);
+        *out[t + 3] -= finish(a3, x_end, e3, lens[t + 3], common);
+    }
+    for (; t < count; ++t) *out[t] -= finish(vec{}, x_end, ends[t], lens[t], 0);
+}
+
+void scatter_axpys(double* y_end, unsigned count, const double* const* ends, const unsigned* lens,
+                   const double* alpha)
+{
+    unsigned t = 0;
+    for (; t + 4 <= count; t += 4) {
+        const unsigned common = min2(min2(lens[t], lens[t + 1]), min2(lens[t + 2], lens[t + 3]));
+        const unsigned full = common / W;
+        const vec c0 = alpha[t] - vec{}, c1 = alpha[t + 1] - vec{}, c2 = alpha[t + 2] - vec{},
+                  c3 = alpha[t + 3] - vec{};
+        const double *e0 = ends[t], *e1 = ends[t + 1], *e2 = ends[t + 2], *e3 = ends[t + 3];
+        for (unsigned k = 0; k < full; ++k) {
+            const unsigned off = (k + 1) * W;
+            vec y = load(y_end - off);
+            y -= c0 * load(e0 - off);
+            y -= c1 * load(e1 - off);
+            y -= c2 * load(e2 - off);
+            y -= c3 * load(e3 - off);
+            store(y_end - off, y);
+        }
+        // The rest of each column, one at a time, from where the tile stopped.
+        for (unsigned u = t; u < t + 4; ++u)
+            for (unsigned k = full * W; k < lens[u]; ++k) y_end[-1 - int(k)] -= alpha[u] * ends[u][-1 - int(k)];
+    }
+    for (; t < count; ++t)
+        for (unsigned k = 0; k < lens[t]; ++k) y_end[-1 - int(k)] -= alpha[t] * ends[t][-1 - int(k)];
+}
+
+const kernel_table table = {KELT_KERNEL_NAME, dot,         scale_and_dot, row_update, pair_dots,
+                            axpy,             MR,          NR,            gemm,       lower_solve,
+                            gather_dots,      scatter_axpys};
 
 } // namespace kelt::core::KELT_KERNEL_NS
