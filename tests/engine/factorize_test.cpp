@@ -101,6 +101,12 @@ TEST_P(factorize_cases, threads_agree)
         std::vector<double> f;
         for (unsigned i = 0; i < n; ++i)
             for (unsigned j = i; j < n; ++j) f.push_back(A.get(i, j));
+        // The solves go by levels of the block tree on several threads.
+        std::vector<double> x(n);
+        for (unsigned i = 0; i < n; ++i) x[i] = std::cos(0.5 + i);
+        f.push_back(forward(A, x.data(), threads));
+        ASSERT_EQ(backward(A, x.data(), threads), no_error);
+        f.insert(f.end(), x.begin(), x.end());
         factors.push_back(f);
     }
     // Different threads may add the updates of independent blocks in another order:
