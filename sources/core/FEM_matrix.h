@@ -256,8 +256,8 @@ public:
     // Moves node positions by the translations of a column: rotations and
     // temperatures leave them alone, as do nodes beyond the position matrix.
     [[nodiscard]] error_type add_displacements(dense2D<double>& pos, unsigned col, double factor) const
-        requires std::is_same_v<T, double>
     {
+        if constexpr (!std::is_same_v<T, double>) return invalid_data_error; // real displacements only
         if (col >= this->cols()) return invalid_data_error;
         if (pos.rows() == 0 || pos.cols() == 0) return no_error;
         const dense1D<T, 8> c = this->col_read(col);
@@ -266,7 +266,8 @@ public:
         for (unsigned r = 0; r < this->rows(); ++r) {
             const unsigned ID = ids[r], node = ID / DOFs_mgr::nbr_places, place = ID % DOFs_mgr::nbr_places;
             // ID mod 3 is the direction: the node stride is a multiple of 3.
-            if (node < pos.cols() && ID % 3 < pos.rows() && place <= 2) pos(ID % 3, node) += c[r] * factor;
+            if constexpr (std::is_same_v<T, double>)
+                if (node < pos.cols() && ID % 3 < pos.rows() && place <= 2) pos(ID % 3, node) += c[r] * factor;
         }
         return no_error;
     }
