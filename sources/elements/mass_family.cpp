@@ -1,7 +1,5 @@
 // The mass family: the consistent mass of the 8 volumes with the rules of each
 // shape. Every instance of the family is made here.
-#include <new>
-
 #include "kelt/elements/mass_server.h"
 #include "kelt/elements/model_init.h"
 #include "kelt/elements/numerical_model_mesh.h"
@@ -25,18 +23,6 @@ template <> struct mass_rule<shape_wedge18> { using type = local_points_set_prod
 template <> struct mass_rule<shape_hexa8> { using type = local_points_set_prod3<Gauss_hexa, 3, 3, 3>; };
 template <> struct mass_rule<shape_hexa27> { using type = local_points_set_prod3<Gauss_hexa, 3, 3, 3>; };
 
-template <class Shape>
-error_type make(context_type* context, solid_mass& physics, const dense2D<unsigned>& mesh,
-                Ptr<numerical_model_base>& out)
-{
-    using model = numerical_model_mass_mesh<mass_server<solid_mass, Shape, typename mass_rule<Shape>::type>,
-                                            no_external_work>;
-    Ptr<numerical_model_base> m = new (std::nothrow) model(context, Ptr<solid_mass>(&physics), mesh, Shape::type);
-    if (!m) return memory_error;
-    out = m;
-    return no_error;
-}
-
 } // namespace
 
 error_type make_solid_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
@@ -44,17 +30,11 @@ error_type make_solid_mass(context_type* context, physics_base& physics, const d
 {
     auto* mass = dynamic_cast<solid_mass*>(&physics);
     if (!mass) return element_type_error;
-    switch (type) {
-    case element_tetra4: return make<shape_tetra4>(context, *mass, mesh, out);
-    case element_tetra10: return make<shape_tetra10>(context, *mass, mesh, out);
-    case element_pyramid5: return make<shape_pyramid5>(context, *mass, mesh, out);
-    case element_pyramid14: return make<shape_pyramid14>(context, *mass, mesh, out);
-    case element_wedge6: return make<shape_wedge6>(context, *mass, mesh, out);
-    case element_wedge18: return make<shape_wedge18>(context, *mass, mesh, out);
-    case element_hexa8: return make<shape_hexa8>(context, *mass, mesh, out);
-    case element_hexa27: return make<shape_hexa27>(context, *mass, mesh, out);
-    default: return element_type_error;
-    }
+    return for_volume(type, [&]<class Shape>() {
+        using model = numerical_model_mass_mesh<mass_server<solid_mass, Shape, typename mass_rule<Shape>::type>,
+                                                no_external_work>;
+        return new_mesh_model<model>(context, *mass, mesh, Shape::type, out);
+    });
 }
 
 } // namespace kelt::core
