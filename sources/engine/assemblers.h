@@ -156,7 +156,7 @@ protected:
         if (auto e = gather_pairs(IDs, count); e != no_error) return e;
         if (count == 0) return no_error;
         auto* data = target.matrix.proxy();
-        data->set_read_mode(false);
+        if (auto e = data->set_read_mode(false); e != no_error) return e;
         const double* packed = Ke.data();
         for (unsigned i = 0; i < count; ++i) {
             const unsigned row = pairs_[i].rank, li = pairs_[i].local;
@@ -190,7 +190,8 @@ protected:
         unsigned count = 0;
         if (auto e = gather_pairs(IDs, count); e != no_error) return e;
         auto* data = target.matrix.proxy();
-        if (count) data->set_read_mode(false);
+        if (count)
+            if (auto e = data->set_read_mode(false); e != no_error) return e;
         for (unsigned i = 0; i < count; ++i) {
             const double v = factor * values[pairs_[i].local];
             if (v == 0.0) continue;

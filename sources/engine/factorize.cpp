@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <new>
 
 #include "kelt/engine/kernels.h"
@@ -62,8 +63,8 @@ struct packed_columns {
 // A run of rows that follow each other in one target block.
 struct run_type {
     unsigned begin, end;
-    const symmetric_skyline_block* T;
-    unsigned hint;
+    const symmetric_skyline_block* T; // null when the block waits outside the window
+    unsigned hint, block;
 };
 
 struct team_buffers {
@@ -81,6 +82,7 @@ struct workspace {
 // Locks against other blocks adding to the same columns at the same time.
 struct update_locks {
     omp_lock_t stripe[lock_stripes];
+    omp_mutex pending; // the additions that wait for blocks outside the window
     update_locks()
     {
         for (auto& l : stripe) omp_init_lock(&l);
@@ -301,10 +303,11 @@ error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& w
         std::vector<run_type>& runs = buf.runs;
         runs.clear();
         for (unsigned jj = 0; jj < nj;) {
-            const symmetric_skyline_block* T = data.find_block(data.block_of_row(rows[jj]));
+            const unsigned tb = data.block_of_row(rows[jj]), tend = data.shape(tb).end();
+            const symmetric_skyline_block* T = data.find_block(tb);
             unsigned end = jj + 1;
-            while (end < nj && rows[end] == rows[end - 1] + 1 && rows[end] < T->end()) ++end;
-            runs.push_back({jj, end, T, T->dim});
+            while (end < nj && rows[end] == rows[end - 1] + 1 && rows[end] < tend) ++end;
+            runs.push_back({jj, end, T, T ? T->dim : 0, tb});
             jj = end;
         }
         for (unsigned ii = j0 - i0; ii < ni; ++ii) {
@@ -314,8 +317,17 @@ error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& w
             omp_set_lock(&locks.of(column));
             for (run_type& run : runs) {
                 if (run.begin >= jend) break;
-                const symmetric_skyline_block* T = run.T;
                 unsigned e = std::min(run.end, jend);
+                if (!run.T) {
+                    omp_guard hold(locks.pending);
+                    if (data.add_column(run.block, column, rows[run.begin], Ci + run.begin, e - run.begin, -1.0, true) !=
+                        no_error) {
+                        failed = 1;
+                        break;
+                    }
+                    continue;
+                }
+                const symmetric_skyline_block* T = run.T;
                 if (rows[e - 1] == column) { // the diagonal of the target
                     T->values[column - T->first] -= Ci[e - 1];
                     --e;
@@ -346,7 +358,7 @@ error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& w
 
 template <class Checker>
 error_type factor_block(block_proxy_data& data, unsigned b, Checker& checker, workspace& ws, update_locks& locks,
-                        unsigned threads)
+                        unsigned threads, unsigned send_threads)
 {
     const symmetric_skyline_block view = data.block_for_access(b);
     if (view.empty()) return internal_error;
@@ -373,7 +385,7 @@ error_type factor_block(block_proxy_data& data, unsigned b, Checker& checker, wo
         panel_solve(B, p0, p1, ws, threads);
         panel_trailing(B, p0, p1, band_count, ws, threads);
     }
-    return send_updates(B, data, ws, locks, threads);
+    return send_updates(B, data, ws, locks, send_threads);
 }
 
 // Each thread's own checker, merged into the shared one.
@@ -392,8 +404,8 @@ std::vector<unsigned> block_parents(const block_proxy_data& data)
 {
     std::vector<unsigned> parent(data.nbr_blocks(), none);
     for (unsigned b = 0; b < data.nbr_blocks(); ++b) {
-        const symmetric_skyline_block* v = data.find_block(b);
-        if (v && v->nbr_extra()) parent[b] = data.block_of_row(v->columns[v->dim]);
+        const symmetric_skyline_block& v = data.shape(b);
+        if (v.nbr_extra()) parent[b] = data.block_of_row(v.columns[v.dim]);
     }
     return parent;
 }
@@ -406,46 +418,94 @@ std::vector<unsigned> block_levels(const std::vector<unsigned>& parents)
     return level;
 }
 
-template <class Checker>
-error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned, unsigned nbr_threads)
+namespace {
+
+// Blocks [b0, b1) by level of the block elimination tree cut to that range.
+struct level_lists {
+    std::vector<unsigned> ptr, blocks;
+    level_lists(const block_proxy_data& data, unsigned b0, unsigned b1)
+    {
+        std::vector<unsigned> level(b1 - b0, 0);
+        for (unsigned k = b0; k < b1; ++k) {
+            const symmetric_skyline_block& v = data.shape(k);
+            if (!v.nbr_extra()) continue;
+            const unsigned p = data.block_of_row(v.columns[v.dim]);
+            if (p < b1) level[p - b0] = std::max(level[p - b0], level[k - b0] + 1);
+        }
+        const unsigned n = level.empty() ? 0 : *std::max_element(level.begin(), level.end()) + 1;
+        ptr.assign(n + 1, 0);
+        for (unsigned l : level) ++ptr[l + 1];
+        for (unsigned l = 0; l < n; ++l) ptr[l + 1] += ptr[l];
+        blocks.resize(level.size());
+        std::vector<unsigned> fill(ptr.begin(), ptr.end() - 1);
+        for (unsigned k = 0; k < level.size(); ++k) blocks[fill[level[k]]++] = b0 + k;
+    }
+    unsigned size() const { return unsigned(ptr.size() - 1); }
+};
+
+// Values that block b sends to blocks beyond row `R`: one a pair of its extra
+// columns at or past R.
+std::size_t pending_need(const block_proxy_data& data, unsigned b, unsigned R)
 {
-    block_proxy_data* data = A.proxy();
-    if (!data) return no_error;
-    block_cursor cursor(A, false);
-    const unsigned nb = data->nbr_blocks(), T = std::max(nbr_threads, 1u);
-    try {
-        update_locks locks;
-        if (T < 2 || nb < 2 || data->nbr_values() <= 128) {
-            workspace ws;
-            for (unsigned b = 0; b < nb; ++b)
-                if (auto e = factor_block(*data, b, checker, ws, locks, T); e != no_error) return e;
-            return no_error;
-        }
-        const std::vector<unsigned> level = block_levels(block_parents(*data));
-        const unsigned nbr_levels = nb ? *std::max_element(level.begin(), level.end()) + 1 : 0;
-        std::vector<unsigned> level_ptr(nbr_levels + 1, 0), by_level(nb);
-        for (unsigned l : level) ++level_ptr[l + 1];
-        for (unsigned l = 0; l < nbr_levels; ++l) level_ptr[l + 1] += level_ptr[l];
-        {
-            std::vector<unsigned> fill(level_ptr.begin(), level_ptr.end() - 1);
-            for (unsigned b = 0; b < nb; ++b) by_level[fill[level[b]]++] = b;
-        }
-        const int saved_levels = omp_get_max_active_levels();
-        omp_set_max_active_levels(2);
-        std::vector<workspace> ws(T);
-        std::vector<Checker> copies(T, fresh_copy(checker));
-        std::atomic<int> error{no_error};
-        for (unsigned l = 0; l < nbr_levels && error == no_error; ++l) {
-            const unsigned first = level_ptr[l], count = level_ptr[l + 1] - first;
+    const symmetric_skyline_block& v = data.shape(b);
+    const unsigned* from = std::lower_bound(v.columns + v.dim, v.columns + v.nbr_segments, R);
+    const std::size_t e = std::size_t(v.columns + v.nbr_segments - from);
+    return e * (e + 1) / 2;
+}
+
+// The blocks from b on, inside the window, whose sends beyond the window all fit
+// in the pending buffer together; 0 when not even block b's do.
+unsigned span_of(const block_proxy_data& data, unsigned b)
+{
+    const unsigned wend = data.window_end();
+    if (wend == data.nbr_blocks()) return wend - b;
+    const unsigned R = data.shape(wend - 1).end();
+    std::size_t need = 0, room = data.pending_free();
+    unsigned k = b;
+    for (; k < wend; ++k) {
+        need += pending_need(data, k, R);
+        if (need > room) break;
+    }
+    return k - b;
+}
+
+template <class Checker>
+struct factor_run {
+    block_proxy_data& data;
+    Checker& checker;
+    unsigned T;
+    update_locks locks;
+    std::vector<workspace> ws;
+    std::vector<Checker> copies;
+    std::atomic<int> error{no_error};
+
+    factor_run(block_proxy_data& d, Checker& c, unsigned threads)
+        : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c))
+    {
+    }
+
+    void record(error_type e)
+    {
+        int expected = no_error;
+        if (e != no_error) error.compare_exchange_strong(expected, e);
+    }
+
+    // Blocks [b0, b1) level by level. Blocks of one level are independent; their
+    // sends reach common targets under the locks.
+    void levels(unsigned b0, unsigned b1)
+    {
+        const level_lists L(data, b0, b1);
+        for (unsigned l = 0; l < L.size() && error == no_error; ++l) {
+            const unsigned first = L.ptr[l], count = L.ptr[l + 1] - first;
             // A level with little work runs on this thread: waking a team costs more.
             // A level of a few large blocks of unequal work runs them one after the
             // other, each on all threads, when that ends sooner than one block a thread.
             std::size_t values = 0;
             std::vector<double> work(count);
             for (unsigned i = 0; i < count; ++i) {
-                const symmetric_skyline_block* v = data->find_block(by_level[first + i]);
-                values += v->nbr_values();
-                work[i] = double(v->nbr_values()) * double(v->nbr_values()) / double(v->nbr_segments + 1);
+                const symmetric_skyline_block& v = data.shape(L.blocks[first + i]);
+                values += v.nbr_values();
+                work[i] = double(v.nbr_values()) * double(v.nbr_values()) / double(v.nbr_segments + 1);
             }
             unsigned team = std::min(count, T), inner = std::max(T / team, 1u);
             if (values < small_level_values) {
@@ -466,19 +526,72 @@ error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned
             for (unsigned i = 0; i < count; ++i) {
                 if (error != no_error) continue;
                 const unsigned t = unsigned(omp_get_thread_num());
-                const error_type e = factor_block(*data, by_level[first + i], copies[t], ws[t], locks, inner);
-                if (e != no_error) {
-                    int expected = no_error;
-                    error.compare_exchange_strong(expected, e);
-                }
+                record(factor_block(data, L.blocks[first + i], copies[t], ws[t], locks, inner, inner));
             }
         }
+    }
+
+    // The window from b on, span after span; returns the first block past the window.
+    unsigned window(unsigned b, bool sequential)
+    {
+        const unsigned wend = data.window_end();
+        while (b < wend && error == no_error) {
+            if (sequential) {
+                record(factor_block(data, b++, copies[0], ws[0], locks, T, data.fully_in_core() ? T : 1));
+                continue;
+            }
+            unsigned span = span_of(data, b);
+            if (span == 0) {
+                record(data.flush_pending(true));
+                span = span_of(data, b);
+            }
+            if (span == 0) {
+                // Its sends overflow the pending buffer, which then empties on the way:
+                // only one thread may add them while the window moves.
+                record(factor_block(data, b++, copies[0], ws[0], locks, T, 1));
+                continue;
+            }
+            levels(b, b + span);
+            b += span;
+        }
+        return b;
+    }
+
+    error_type run()
+    {
+        const unsigned nb = data.nbr_blocks();
+        const bool sequential = T < 2 || nb < 2 || data.nbr_values() <= 128;
+        const int saved_levels = omp_get_max_active_levels();
+        if (!sequential) omp_set_max_active_levels(2);
+        for (unsigned b = 0; b < nb && error == no_error;) {
+            if (data.block_for_access(b).empty()) {
+                record(internal_error);
+                break;
+            }
+            b = window(b, sequential);
+        }
+        if (error == no_error) record(data.flush_pending(false));
         omp_set_max_active_levels(saved_levels);
         for (const Checker& c : copies) {
             if constexpr (requires { checker.count; }) checker.merge(c);
             else checker.pivot_checker_base::merge(c);
         }
         return error_type(error.load());
+    }
+};
+
+} // namespace
+
+template <class Checker>
+error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned, unsigned nbr_threads)
+{
+    block_proxy_data* data = A.proxy();
+    if (!data) return no_error;
+    block_cursor cursor(A, false);
+    if (cursor.error != no_error) return cursor.error;
+    try {
+        factor_run<Checker> run(*data, checker, std::max(nbr_threads, 1u));
+        return run.run();
     } catch (const std::bad_alloc&) {
         return memory_error;
     }
@@ -492,23 +605,6 @@ template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_defin
 template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned);
 
 namespace {
-
-// Blocks by level of the block elimination tree.
-struct level_lists {
-    std::vector<unsigned> ptr, blocks;
-    explicit level_lists(const block_proxy_data& data)
-    {
-        const std::vector<unsigned> level = block_levels(block_parents(data));
-        const unsigned n = level.empty() ? 0 : *std::max_element(level.begin(), level.end()) + 1;
-        ptr.assign(n + 1, 0);
-        for (unsigned l : level) ++ptr[l + 1];
-        for (unsigned l = 0; l < n; ++l) ptr[l + 1] += ptr[l];
-        blocks.resize(level.size());
-        std::vector<unsigned> fill(ptr.begin(), ptr.end() - 1);
-        for (unsigned b = 0; b < level.size(); ++b) blocks[fill[level[b]]++] = b;
-    }
-    unsigned size() const { return unsigned(ptr.size() - 1); }
-};
 
 bool solve_in_parallel(const block_proxy_data& data, unsigned threads)
 {
@@ -557,80 +653,109 @@ void backward_block(const symmetric_skyline_block& v, double* x)
     }
 }
 
-} // namespace
-
-double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
+// Forward over the window's blocks [b0, b1); their energies are added to `total`
+// in block order whatever the threads.
+void forward_range(const block_proxy_data& data, double* x, unsigned b0, unsigned b1, unsigned threads,
+                   double& total)
 {
-    const block_proxy_data* data = A.proxy();
-    if (!data) return 0.0;
-    block_cursor cursor(A, true);
-    const unsigned nb = data->nbr_blocks();
-    double total = 0.0;
-    if (!solve_in_parallel(*data, nbr_threads)) {
-        for (unsigned b = 0; b < nb; ++b) total += forward_block(*data->find_block(b), x, nullptr);
-        return total;
+    if (!solve_in_parallel(data, threads)) {
+        for (unsigned b = b0; b < b1; ++b) total += forward_block(*data.find_block(b), x, nullptr);
+        return;
     }
     // Blocks of one level read only their own rows; what they send to later rows is
-    // kept apart and added after the level, in block order, so the result does not
-    // depend on the thread count.
-    const level_lists levels(*data);
-    std::vector<double> energy(nb, 0.0), extra;
+    // kept apart and added after the level, in block order.
+    const level_lists levels(data, b0, b1);
+    std::vector<double> energy(b1 - b0, 0.0), extra;
     std::vector<std::size_t> offset;
     for (unsigned l = 0; l < levels.size(); ++l) {
         const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
         offset.assign(count + 1, 0);
-        for (unsigned i = 0; i < count; ++i) offset[i + 1] = offset[i] + data->find_block(levels.blocks[first + i])->nbr_extra();
+        for (unsigned i = 0; i < count; ++i) offset[i + 1] = offset[i] + data.shape(levels.blocks[first + i]).nbr_extra();
         extra.assign(offset[count], 0.0);
-        const int team = int(std::min(count, nbr_threads));
+        const int team = int(std::min(count, threads));
 #pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
         for (unsigned i = 0; i < count; ++i) {
             const unsigned b = levels.blocks[first + i];
-            energy[b] = forward_block(*data->find_block(b), x, extra.data() + offset[i]);
+            energy[b - b0] = forward_block(*data.find_block(b), x, extra.data() + offset[i]);
         }
         for (unsigned i = 0; i < count; ++i) {
-            const symmetric_skyline_block& v = *data->find_block(levels.blocks[first + i]);
+            const symmetric_skyline_block& v = data.shape(levels.blocks[first + i]);
             for (unsigned t = 0; t < v.nbr_extra(); ++t) x[v.columns[v.dim + t]] += extra[offset[i] + t];
         }
     }
     for (double e : energy) total += e;
-    return total;
+}
+
+// Backward over [b0, b1): blocks of one level write only their own rows and read
+// rows already final.
+void backward_range(const block_proxy_data& data, double* x, unsigned b0, unsigned b1, unsigned threads)
+{
+    if (!solve_in_parallel(data, threads)) {
+        for (unsigned b = b1; b-- > b0;) backward_block(*data.find_block(b), x);
+        return;
+    }
+    const level_lists levels(data, b0, b1);
+    for (unsigned l = levels.size(); l-- > 0;) {
+        const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
+        const int team = int(std::min(count, threads));
+#pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
+        for (unsigned i = 0; i < count; ++i) backward_block(*data.find_block(levels.blocks[first + i]), x);
+    }
+}
+
+} // namespace
+
+double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
+{
+    block_proxy_data* data = A.proxy();
+    if (!data) return 0.0;
+    block_cursor cursor(A, true);
+    double total = 0.0;
+    const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+        forward_range(*data, x, b0, b1, nbr_threads, total);
+    });
+    return e == no_error ? total : std::numeric_limits<double>::quiet_NaN();
 }
 
 error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
 {
-    const block_proxy_data* data = A.proxy();
+    block_proxy_data* data = A.proxy();
     if (!data) return no_error;
     block_cursor cursor(A, true);
-    if (!solve_in_parallel(*data, nbr_threads)) {
-        for (unsigned b = data->nbr_blocks(); b-- > 0;) backward_block(*data->find_block(b), x);
-        return no_error;
-    }
-    // Blocks of one level write only their own rows and read rows already final.
-    const level_lists levels(*data);
-    for (unsigned l = levels.size(); l-- > 0;) {
-        const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
-        const int team = int(std::min(count, nbr_threads));
-#pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
-        for (unsigned i = 0; i < count; ++i) backward_block(*data->find_block(levels.blocks[first + i]), x);
-    }
-    return no_error;
+    if (cursor.error != no_error) return cursor.error;
+    return for_windows(*data, false, [&](unsigned b0, unsigned b1) { backward_range(*data, x, b0, b1, nbr_threads); });
 }
 
+// Columns outermost would read the matrix once a column: each window of blocks is
+// read once and every column goes through it.
 void forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, double* energies,
                    unsigned, unsigned nbr_threads)
 {
+    block_proxy_data* data = A.proxy();
+    for (unsigned j = 0; j < cols; ++j) energies[j] = 0.0;
+    if (!data) return;
+    block_cursor cursor(A, true);
     const int T = int(std::max(1u, std::min(nbr_threads, cols)));
+    const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
 #pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-    for (unsigned j = 0; j < cols; ++j) energies[j] = forward(A, X + std::size_t(j) * ld, 1);
+        for (unsigned j = 0; j < cols; ++j) forward_range(*data, X + std::size_t(j) * ld, b0, b1, 1, energies[j]);
+    });
+    if (e != no_error)
+        for (unsigned j = 0; j < cols; ++j) energies[j] = std::numeric_limits<double>::quiet_NaN();
 }
 
 error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, unsigned,
                           unsigned nbr_threads)
 {
+    block_proxy_data* data = A.proxy();
+    if (!data) return no_error;
+    block_cursor cursor(A, true);
+    if (cursor.error != no_error) return cursor.error;
     const int T = int(std::max(1u, std::min(nbr_threads, cols)));
+    return for_windows(*data, false, [&](unsigned b0, unsigned b1) {
 #pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-    for (unsigned j = 0; j < cols; ++j) (void)backward(A, X + std::size_t(j) * ld, 1);
-    return no_error;
+        for (unsigned j = 0; j < cols; ++j) backward_range(*data, X + std::size_t(j) * ld, b0, b1, 1);
+    });
 }
 
 error_type solve_single(const symmetric_hybrid_OOC<double>& A, const double* b, double* x, double& energy,

@@ -39,9 +39,9 @@ void multiply_block(const symmetric_skyline_block& v, double factor, const doubl
 }
 
 // The textbook double loop, for matrices too small to pay for the kernels.
-void multiply_direct(const block_proxy_data& data, double factor, const double* x, double* y)
+void multiply_direct(const block_proxy_data& data, unsigned b0, unsigned b1, double factor, const double* x, double* y)
 {
-    for (unsigned b = 0; b < data.nbr_blocks(); ++b) {
+    for (unsigned b = b0; b < b1; ++b) {
         const symmetric_skyline_block& v = *data.find_block(b);
         for (unsigned s = 0; s < v.dim; ++s) y[v.first + s] += factor * v.values[s] * x[v.first + s];
         for (unsigned s = 1; s < v.nbr_segments; ++s) {
@@ -59,12 +59,13 @@ void multiply_direct(const block_proxy_data& data, double factor, const double* 
 
 void multiply(const symmetric_hybrid_OOC<double>& A, double factor, const double* x, double* y, unsigned nbr_threads)
 {
-    const block_proxy_data* data = A.proxy();
+    block_proxy_data* data = A.proxy();
     if (!data || !(factor == factor) || factor == 0.0 || A.empty()) return;
     block_cursor cursor(A, true);
+    if (cursor.error != no_error) return;
     const unsigned nb = data->nbr_blocks(), n = data->nbr_rows();
     if (data->nbr_values() < direct_loop_values) {
-        multiply_direct(*data, factor, x, y);
+        (void)for_windows(*data, true, [&](unsigned b0, unsigned b1) { multiply_direct(*data, b0, b1, factor, x, y); });
         return;
     }
     // The dots of extra columns wait until every block has done its own rows, and
@@ -72,19 +73,23 @@ void multiply(const symmetric_hybrid_OOC<double>& A, double factor, const double
     std::vector<std::size_t> extra_start(std::size_t(nb) + 1, 0);
     std::vector<double> extra_dots;
     try {
-        for (unsigned b = 0; b < nb; ++b) extra_start[b + 1] = extra_start[b] + data->find_block(b)->nbr_extra();
+        for (unsigned b = 0; b < nb; ++b) extra_start[b + 1] = extra_start[b] + data->shape(b).nbr_extra();
         extra_dots.resize(extra_start[nb]);
     } catch (const std::bad_alloc&) {
         // Without room for the dots, one thread adds them as it goes.
-        for (unsigned b = 0; b < nb; ++b) multiply_block(cursor[b], factor, x, y, nullptr);
+        (void)for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+            for (unsigned b = b0; b < b1; ++b) multiply_block(*data->find_block(b), factor, x, y, nullptr);
+        });
         return;
     }
     const bool parallel = nbr_threads >= 2 && nb >= 2 && n > parallel_rows;
+    (void)for_windows(*data, true, [&](unsigned b0, unsigned b1) {
 #pragma omp parallel for schedule(dynamic, 1) num_threads(parallel ? nbr_threads : 1u) if (parallel)
-    for (unsigned b = 0; b < nb; ++b)
-        multiply_block(*data->find_block(b), factor, x, y, extra_dots.data() + extra_start[b]);
+        for (unsigned b = b0; b < b1; ++b)
+            multiply_block(*data->find_block(b), factor, x, y, extra_dots.data() + extra_start[b]);
+    });
     for (unsigned b = 0; b < nb; ++b) {
-        const symmetric_skyline_block& v = *data->find_block(b);
+        const symmetric_skyline_block& v = data->shape(b);
         const double* d = extra_dots.data() + extra_start[b];
         for (unsigned s = v.dim; s < v.nbr_segments; ++s) y[v.columns[s]] += d[s - v.dim];
     }

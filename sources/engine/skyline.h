@@ -8,9 +8,11 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <vector>
 
+#include "kelt/core/OOC_mgr.h"
 #include "kelt/core/ref_counted.h"
 #include "kelt/core/types.h"
 #include "kelt/core/vector_fast.h"
@@ -53,11 +55,24 @@ struct symmetric_skyline_block {
     double* entry(unsigned row, unsigned column, unsigned& hint) const noexcept;
 };
 
-// The storage of all blocks and how to reach them. Fully in core here; the window
-// and pending operations keep the shape that a matrix partly on disk needs.
-class block_proxy_data : public ref_counted {
+// One addition waiting for its block to come into the window. A row addition
+// (`first_row` none) takes columns from the index buffer; a column run adds to
+// rows first_row, first_row + 1, ... of column `row`.
+struct buff_data_type {
+    unsigned block, row, begin, end, first_row;
+};
+
+// The storage of all blocks and how to reach them. The shape (segment tables) is
+// always in memory; the values are either all in core or, under a memory budget,
+// in a swap file with a window of consecutive blocks in memory and a buffer of
+// additions waiting for blocks outside the window.
+class block_proxy_data : public ref_counted, public swap_array {
 public:
-    block_proxy_data(const profile_type& profile, unsigned nbr_rows, double default_value, error_type& error);
+    static constexpr unsigned none = 0xFFFFFFFFu;
+
+    block_proxy_data(const profile_type& profile, unsigned nbr_rows, double default_value, OOC_mgr* mgr,
+                     error_type& error);
+    ~block_proxy_data() override;
 
     unsigned nbr_rows() const noexcept { return nbr_rows_; }
     unsigned nbr_blocks() const noexcept { return unsigned(blocks_.size()); }
@@ -66,44 +81,88 @@ public:
     unsigned max_extra_segments() const noexcept { return max_extra_segments_; }
     std::size_t max_extra_values() const noexcept { return max_extra_values_; }
     unsigned block_of_row(unsigned row) const noexcept { return block_of_row_[row]; }
-    bool fully_in_core() const noexcept { return true; }
+    bool fully_in_core() const noexcept { return blocks_held_ == nbr_blocks(); }
     bool read_mode() const noexcept { return read_mode_; }
     double default_value() const noexcept { return default_value_; }
+    bool uses_file() const noexcept { return file_ != -1; }
+    // Bytes moved to and from the swap file since the array was built.
+    std::uint64_t bytes_read() const noexcept { return bytes_read_; }
+    std::uint64_t bytes_written() const noexcept { return bytes_written_; }
 
-    // The window: every block here.
-    unsigned first_block() const noexcept { return 0; }
-    unsigned blocks_held() const noexcept { return nbr_blocks(); }
+    // The window.
+    unsigned first_block() const noexcept { return first_block_; }
+    unsigned blocks_held() const noexcept { return blocks_held_; }
+    unsigned window_end() const noexcept { return first_block_ + blocks_held_; }
     const symmetric_skyline_block* find_block(unsigned b) const noexcept
     {
-        return b < blocks_.size() ? &blocks_[b] : nullptr;
+        return b - first_block_ < blocks_held_ ? &blocks_[b] : nullptr;
     }
+    // The shape of any block; its values are reachable only inside the window.
+    const symmetric_skyline_block& shape(unsigned b) const noexcept { return blocks_[b]; }
     // The view of block b, brought into the window if needed; an empty view when it
     // cannot be had.
     symmetric_skyline_block block_for_access(unsigned b) noexcept;
 
     // Adds values to row `row` of block b at the given columns (each at or after
-    // the row; the row's own column is its diagonal).
+    // the row; the row's own column is its diagonal); for a block outside the
+    // window they wait in the pending buffer.
     [[nodiscard]] error_type add_values(unsigned b, unsigned row, const double* values, const unsigned* columns,
                                         unsigned count, bool reload) noexcept;
+    // Adds `factor` times values to rows first_row, first_row + 1, ... of `column`
+    // in block b (the last may be the diagonal).
+    [[nodiscard]] error_type add_column(unsigned b, unsigned column, unsigned first_row, const double* values,
+                                        unsigned count, double factor, bool reload) noexcept;
+    // Room left in the pending buffer, in values.
+    std::size_t pending_free() const noexcept { return pending_capacity_ - pending_used_; }
     [[nodiscard]] error_type flush_pending(bool reload) noexcept;
-    void set_read_mode(bool mode) noexcept { read_mode_ = mode; }
+    [[nodiscard]] error_type flush_window() noexcept;
+    [[nodiscard]] error_type load_window(unsigned b) noexcept;
+    [[nodiscard]] error_type set_read_mode(bool mode) noexcept;
 
-    // Every value set to v.
-    void fill(double v) noexcept;
+    [[nodiscard]] error_type allocate(unsigned bytes, const void* init) override;
 
 private:
-    struct aligned_free {
-        void operator()(double* p) const noexcept;
-    };
-    std::unique_ptr<double[], aligned_free> storage_;
+    void build_shape(const profile_type& profile);
+    [[nodiscard]] error_type load_range(unsigned first, unsigned last) noexcept;
+    [[nodiscard]] error_type load_from(unsigned b, bool forward) noexcept;
+    void drop_window() noexcept;
+    [[nodiscard]] error_type resize_storage(bool full) noexcept;
+    void split_storage(bool with_pending) noexcept;
+    [[nodiscard]] error_type apply(const buff_data_type& r) noexcept;
+    [[nodiscard]] error_type make_room(unsigned count, bool reload) noexcept;
+    void reset() noexcept;
+
+    sector_buffer storage_; // window values, then pending values
+    double* window_base_ = nullptr;   // where the first block of the window starts
+    std::size_t window_bytes_ = 0;    // part of storage that serves the window
+    double* pending_values_ = nullptr;
+    std::size_t pending_capacity_ = 0, pending_used_ = 0;
+    std::vector<unsigned> pending_indices_;
+    std::vector<buff_data_type> pending_;
     std::vector<unsigned> columns_, ends_, block_of_row_;
+    std::vector<std::uint64_t> value_pos_; // start of each block's values, in doubles
     std::vector<symmetric_skyline_block> blocks_;
+    std::vector<bool> written_;
+    unsigned first_block_ = 0, blocks_held_ = 0;
     unsigned nbr_rows_ = 0;
-    std::size_t nbr_values_ = 0, nbr_segments_ = 0, max_extra_values_ = 0;
+    std::size_t nbr_values_ = 0, nbr_segments_ = 0, max_extra_values_ = 0, largest_block_values_ = 0;
     unsigned max_extra_segments_ = 0;
+    unsigned max_incore_bytes_ = 0;
+    std::uint64_t full_bytes_ = 0, bytes_read_ = 0, bytes_written_ = 0;
     double default_value_ = 0.0;
+    int file_ = -1;
+    char file_name_[temp_dir_type::path_capacity] = {};
     bool read_mode_ = false;
+    bool window_dirty_ = false; // the window holds values the file lacks
+    bool registered_ = false;
+    Ptr<OOC_mgr> mgr_;
 };
+
+// Walks the windows of a matrix up (from the first block) or down, calling
+// body(b0, b1) with the blocks [b0, b1) of each window; internal_error when a
+// window cannot be had.
+[[nodiscard]] error_type for_windows(block_proxy_data& data, bool up,
+                                   const std::function<void(unsigned, unsigned)>& body);
 
 // The matrix: a strong pointer to its blocks.
 template <class T>
@@ -114,7 +173,8 @@ class symmetric_hybrid_OOC<double> {
 public:
     symmetric_hybrid_OOC() = default;
     // A matrix on a profile, every value at `default_value`.
-    [[nodiscard]] error_type create(const profile_type& profile, unsigned nbr_rows, double default_value = 0.0);
+    [[nodiscard]] error_type create(const profile_type& profile, unsigned nbr_rows, double default_value = 0.0,
+                                    OOC_mgr* mgr = nullptr);
     void clear() noexcept { data_ = nullptr; }
 
     bool empty() const noexcept { return !data_ || data_->nbr_rows() == 0; }
@@ -135,10 +195,11 @@ class block_cursor {
 public:
     block_cursor(const symmetric_hybrid_OOC<double>& A, bool for_reading) : data_(A.proxy())
     {
-        if (data_) data_->set_read_mode(for_reading);
+        if (data_) error = data_->set_read_mode(for_reading);
     }
     symmetric_skyline_block operator[](unsigned b) const noexcept { return data_->block_for_access(b); }
     unsigned nbr_blocks() const noexcept { return data_ ? data_->nbr_blocks() : 0; }
+    error_type error = no_error; // of the change of mode
 
 private:
     Ptr<block_proxy_data> data_;

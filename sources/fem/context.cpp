@@ -1,7 +1,7 @@
 #include "kelt/fem/context.h"
 
 #include "kelt/core/context.h"
-#include "kelt/engine/OOC_mgr.h"
+#include "kelt/core/OOC_mgr.h"
 
 namespace kelt::fem {
 

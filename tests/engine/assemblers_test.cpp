@@ -59,7 +59,11 @@ struct spy_proxy {
     std::vector<call_type> calls;
 
     unsigned block_of_row(unsigned r) const { return r / 2; }
-    void set_read_mode(bool mode) { read_mode = mode; }
+    kelt::error_type set_read_mode(bool mode)
+    {
+        read_mode = mode;
+        return kelt::no_error;
+    }
     error_type add_values(unsigned b, unsigned row, const double* v, const unsigned* c, unsigned count, bool)
     {
         EXPECT_FALSE(read_mode);

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "kelt/core/context.h"
-#include "kelt/engine/OOC_mgr.h"
+#include "kelt/core/OOC_mgr.h"
 #include "kelt/fem/context.h"
 
 using namespace kelt;
