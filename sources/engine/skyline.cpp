@@ -237,6 +237,7 @@ error_type block_proxy_data::allocate(unsigned bytes, const void* init)
         // A whole matrix in core is written once before it leaves.
         if (e == no_error && fully_in_core() && blocks_held_) {
             window_base_ = blocks_[0].values;
+            window_dirty_ = true;
             e = flush_window();
         }
         max_incore_bytes_ = bytes;
@@ -249,7 +250,8 @@ error_type block_proxy_data::allocate(unsigned bytes, const void* init)
 
 error_type block_proxy_data::flush_window() noexcept
 {
-    if (file_ == -1 || blocks_held_ == 0 || !window_dirty_) return no_error;
+    // In write mode the window may have changed through any view.
+    if (file_ == -1 || blocks_held_ == 0 || (read_mode_ && !window_dirty_)) return no_error;
     const std::uint64_t pos = value_pos_[first_block_] * 8, bytes = (value_pos_[window_end()] - value_pos_[first_block_]) * 8;
     const unsigned sector = mgr_->temp_dir.sector_size;
     // The window image starts where the read put it: at the position's offset in its sector.

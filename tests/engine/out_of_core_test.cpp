@@ -1,0 +1,264 @@
+// The memory budget: how it shares memory among arrays, and a matrix partly on
+// disk giving the results of the same matrix in core.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+#include "engine_test_support.h"
+#include "kelt/core/OOC_mgr.h"
+#include "kelt/engine/factorize.h"
+#include "kelt/engine/multiply.h"
+
+using namespace kelt;
+using namespace kelt::core;
+
+namespace {
+
+struct fake_array : swap_array {
+    unsigned bytes = 0;
+    error_type allocate(unsigned b, const void*) override
+    {
+        bytes = b;
+        return no_error;
+    }
+};
+
+// A private swap folder, checked empty and removed at the end.
+struct swap_folder {
+    std::string path, name;
+    swap_folder()
+    {
+        char made[] = "/tmp/kelt_swap_test_XXXXXX";
+        path = std::string(mkdtemp(made)) + "/";
+        name = path.substr(5);
+    }
+    ~swap_folder() { ::rmdir(path.c_str()); }
+    unsigned entries() const
+    {
+        unsigned n = 0;
+        DIR* d = ::opendir(path.c_str());
+        while (dirent* e = ::readdir(d)) n += e->d_name[0] != '.';
+        ::closedir(d);
+        return n;
+    }
+};
+
+Ptr<OOC_mgr> manager(unsigned budget, const swap_folder& folder)
+{
+    Ptr<OOC_mgr> mgr = new OOC_mgr;
+    EXPECT_EQ(mgr->set_limit(budget, "/tmp/", folder.name.c_str()), no_error);
+    return mgr;
+}
+
+} // namespace
+
+TEST(OOC_mgr, shares_the_budget_small_arrays_first)
+{
+    swap_folder folder;
+    {
+        // Ten units and a hundred units with a budget of sixty: the small one whole,
+        // the rest to the large one.
+        Ptr<OOC_mgr> mgr = manager(60, folder);
+        fake_array a, b;
+        ASSERT_EQ(mgr->update_array(&a, swap_skyline, 10, 1, nullptr), no_error);
+        ASSERT_EQ(mgr->update_array(&b, swap_skyline, 100, 1, nullptr), no_error);
+        EXPECT_EQ(a.bytes, 10u);
+        EXPECT_EQ(b.bytes, 50u);
+        // Leaving gives its share back to the others.
+        ASSERT_EQ(mgr->update_array(&a, swap_skyline, 0, 0, nullptr), no_error);
+        EXPECT_EQ(b.bytes, 60u);
+        EXPECT_EQ(mgr->max_incore_size, 60u);
+    }
+    {
+        // An array offered more than half its size goes wholly in core when the
+        // others keep their minimum.
+        Ptr<OOC_mgr> mgr = manager(100, folder);
+        fake_array x, y, z;
+        ASSERT_EQ(mgr->update_array(&x, swap_skyline, 10, 1, nullptr), no_error);
+        ASSERT_EQ(mgr->update_array(&y, swap_skyline, 55, 1, nullptr), no_error);
+        ASSERT_EQ(mgr->update_array(&z, swap_skyline, 200, 1, nullptr), no_error);
+        EXPECT_EQ(x.bytes, 10u);
+        EXPECT_EQ(y.bytes, 55u);
+        EXPECT_EQ(z.bytes, 35u);
+    }
+    {
+        // A dense array moves whole numbers of its least window.
+        Ptr<OOC_mgr> mgr = manager(5, folder);
+        fake_array d;
+        ASSERT_EQ(mgr->update_array(&d, swap_dense_real, 10, 2, nullptr), no_error);
+        EXPECT_EQ(d.bytes, 4u);
+    }
+    {
+        // More minimums than budget: the manager forgets every array.
+        Ptr<OOC_mgr> mgr = manager(10, folder);
+        fake_array a, b;
+        ASSERT_EQ(mgr->update_array(&a, swap_skyline, 8, 6, nullptr), no_error);
+        EXPECT_EQ(mgr->update_array(&b, swap_skyline, 8, 6, nullptr), insufficient_memory_error);
+        EXPECT_EQ(mgr->nbr_arrays(), 0u);
+        EXPECT_EQ(mgr->update_array(&a, 3, 8, 6, nullptr), internal_error);
+    }
+    EXPECT_EQ(folder.entries(), 0u);
+}
+
+TEST(OOC_mgr, refuses_a_folder_it_cannot_use)
+{
+    OOC_mgr mgr;
+    EXPECT_EQ(mgr.set_limit(1000, "/nonexistent_kelt_root/", "swap/"), temp_file_error);
+    EXPECT_EQ(mgr.max_incore_size, 0xFFFFFFFFu);
+    EXPECT_EQ(mgr.set_limit(1000, "/proc/", "self/"), temp_file_error);
+}
+
+namespace {
+
+struct ooc_case {
+    unsigned windows; // about this many windows of blocks; 0: the least budget
+    unsigned threads;
+};
+
+struct matrix_pair {
+    test::numbered num;
+    unsigned n = 0;
+    symmetric_hybrid_OOC<double> in_core, on_disk;
+    std::vector<double> reference;
+};
+
+void build(matrix_pair& m, OOC_mgr* mgr, unsigned windows)
+{
+    const test::dof_model model = test::grid_model(14, 7, 6, 3);
+    m.num = test::number(model);
+    m.n = m.num.free_IDs.size();
+    ASSERT_EQ(m.in_core.create(m.num.profile, m.n), no_error);
+    test::assemble_random_spd(model, m.num.free_IDs, m.in_core, m.reference, 5);
+    const block_proxy_data& d = *m.in_core.proxy();
+    std::uint64_t full = (d.nbr_values() + d.nbr_segments()) * 8, largest = 0;
+    for (unsigned b = 0; b < d.nbr_blocks(); ++b)
+        largest = std::max<std::uint64_t>(largest, (d.shape(b).nbr_values() + d.shape(b).nbr_segments) * 8);
+    const std::uint64_t least = std::uint64_t(double(largest) * 1.25) + 1;
+    mgr->max_incore_size = unsigned(windows ? std::max(full / windows, least) : least);
+    ASSERT_EQ(m.on_disk.create(m.num.profile, m.n, 0.0, mgr), no_error);
+    std::vector<double> again;
+    test::assemble_random_spd(model, m.num.free_IDs, m.on_disk, again, 5);
+}
+
+} // namespace
+
+class out_of_core : public ::testing::TestWithParam<ooc_case> {};
+
+TEST_P(out_of_core, gives_the_results_of_the_matrix_in_core)
+{
+    const ooc_case c = GetParam();
+    swap_folder folder;
+    {
+        Ptr<OOC_mgr> mgr = manager(0xFFFFFFFE, folder);
+        matrix_pair m;
+        build(m, mgr.get(), c.windows);
+        block_proxy_data& disk = *m.on_disk.proxy();
+        ASSERT_LT(disk.blocks_held(), disk.nbr_blocks());
+        EXPECT_GE(mgr->files_created.load(), 1);
+        // The swap file has no name in the folder from the start.
+        EXPECT_EQ(folder.entries(), 0u);
+
+        // Products read the matrix in the same order: bit for bit.
+        std::vector<double> x(m.n), y0(m.n, 0.0), y1(m.n, 0.0);
+        for (unsigned i = 0; i < m.n; ++i) x[i] = std::sin(0.3 + i);
+        multiply(m.in_core, 1.5, x.data(), y0.data(), c.threads);
+        multiply(m.on_disk, 1.5, x.data(), y1.data(), c.threads);
+        EXPECT_EQ(y0, y1);
+
+        pivot_check_positive k0, k1;
+        ASSERT_EQ(factorize(m.in_core, k0, 1u << 20, c.threads), no_error);
+        ASSERT_EQ(factorize(m.on_disk, k1, 1u << 20, c.threads), no_error);
+        EXPECT_EQ(k0.min_value, k1.min_value);
+        EXPECT_EQ(k0.max_value, k1.max_value);
+        double worst = 0.0;
+        for (unsigned i = 0; i < m.n; ++i)
+            for (unsigned j = i; j < std::min(m.n, i + 400); ++j) {
+                const double a = m.in_core.get(i, j), b = m.on_disk.get(i, j);
+                if (c.threads == 1) ASSERT_EQ(a, b) << i << ' ' << j; // same order of every sum
+                worst = std::max(worst, std::fabs(a - b) / std::max(1.0, std::fabs(a)));
+            }
+        EXPECT_LT(worst, 1e-11);
+
+        // Single and block solves.
+        const unsigned cols = 3;
+        std::vector<double> X0(std::size_t(m.n) * cols), e0(cols), e1(cols);
+        for (std::size_t k = 0; k < X0.size(); ++k) X0[k] = std::cos(0.7 * double(k));
+        std::vector<double> X1 = X0, s0(X0.begin(), X0.begin() + m.n), s1 = s0;
+        forward_multi(m.in_core, X0.data(), m.n, cols, e0.data(), 1u << 20, c.threads);
+        forward_multi(m.on_disk, X1.data(), m.n, cols, e1.data(), 1u << 20, c.threads);
+        ASSERT_EQ(backward_multi(m.in_core, X0.data(), m.n, cols, 1u << 20, c.threads), no_error);
+        ASSERT_EQ(backward_multi(m.on_disk, X1.data(), m.n, cols, 1u << 20, c.threads), no_error);
+        double en0 = 0.0, en1 = 0.0;
+        ASSERT_EQ(solve_single(m.in_core, s0.data(), s0.data(), en0, {}, c.threads), no_error);
+        ASSERT_EQ(solve_single(m.on_disk, s1.data(), s1.data(), en1, {}, c.threads), no_error);
+        for (std::size_t k = 0; k < X0.size(); ++k) EXPECT_NEAR(X0[k], X1[k], 1e-10 * (1.0 + std::fabs(X0[k])));
+        for (unsigned i = 0; i < m.n; ++i) EXPECT_NEAR(s0[i], X0[i], 1e-10 * (1.0 + std::fabs(s0[i])));
+        for (unsigned j = 0; j < cols; ++j) EXPECT_NEAR(e0[j], e1[j], 1e-11 * std::fabs(e0[j]));
+        EXPECT_NEAR(en0, e0[0], 1e-11 * std::fabs(en0));
+        if (c.threads == 1) EXPECT_EQ(X0, X1);
+        EXPECT_GT(disk.bytes_read(), 0u);
+        EXPECT_GT(disk.bytes_written(), 0u);
+    }
+    EXPECT_EQ(folder.entries(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(budgets, out_of_core,
+                         ::testing::Values(ooc_case{2, 1}, ooc_case{5, 1}, ooc_case{0, 1}, ooc_case{2, 2},
+                                           ooc_case{0, 2}),
+                         [](const auto& info) {
+                             return "windows_" + std::to_string(info.param.windows) + "_threads_" +
+                                    std::to_string(info.param.threads);
+                         });
+
+TEST(out_of_core_matrix, starts_at_its_default_value_without_any_transfer)
+{
+    swap_folder folder;
+    Ptr<OOC_mgr> mgr = manager(0xFFFFFFFE, folder);
+    const test::numbered num = test::number(test::grid_model(10, 6, 6, 3));
+    const unsigned n = num.free_IDs.size();
+    symmetric_hybrid_OOC<double> probe, A;
+    ASSERT_EQ(probe.create(num.profile, n), no_error);
+    const block_proxy_data& p = *probe.proxy();
+    std::uint64_t largest = 0;
+    for (unsigned b = 0; b < p.nbr_blocks(); ++b)
+        largest = std::max<std::uint64_t>(largest, (p.shape(b).nbr_values() + p.shape(b).nbr_segments) * 8);
+    mgr->max_incore_size = unsigned(std::max<std::uint64_t>((p.nbr_values() + p.nbr_segments()) * 2, largest * 5 / 4 + 1));
+    ASSERT_EQ(A.create(num.profile, n, 1.5, mgr.get()), no_error);
+    block_proxy_data& d = *A.proxy();
+    ASSERT_LT(d.blocks_held(), d.nbr_blocks());
+    block_cursor reading(A, true);
+    std::size_t seen = 0;
+    ASSERT_EQ(for_windows(d, true, [&](unsigned b0, unsigned b1) {
+                  for (unsigned b = b0; b < b1; ++b) {
+                      const symmetric_skyline_block& v = *d.find_block(b);
+                      for (unsigned k = 0; k < v.nbr_values(); ++k) seen += v.values[k] == 1.5;
+                  }
+              }),
+              no_error);
+    EXPECT_EQ(seen, d.nbr_values());
+    EXPECT_EQ(d.bytes_read(), 0u);
+    EXPECT_EQ(d.bytes_written(), 0u);
+
+    // A change made in read mode is never written back.
+    d.find_block(d.first_block())->values[0] = -7.0;
+    const unsigned b = d.first_block();
+    ASSERT_FALSE(d.block_for_access(0).empty());
+    ASSERT_FALSE(d.block_for_access(d.nbr_blocks() - 1).empty());
+    EXPECT_EQ(d.block_for_access(b).values[0], 1.5);
+    EXPECT_EQ(d.bytes_written(), 0u);
+}
+
+TEST(out_of_core_matrix, refuses_a_block_larger_than_the_budget)
+{
+    swap_folder folder;
+    Ptr<OOC_mgr> mgr = manager(1000, folder);
+    const test::numbered num = test::number(test::grid_model(8, 6, 6, 3));
+    symmetric_hybrid_OOC<double> A;
+    EXPECT_EQ(A.create(num.profile, num.free_IDs.size(), 0.0, mgr.get()), insufficient_memory_error);
+    EXPECT_EQ(mgr->nbr_arrays(), 0u);
+    EXPECT_EQ(folder.entries(), 0u);
+}
