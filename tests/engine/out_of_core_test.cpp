@@ -6,10 +6,12 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <complex>
 #include <string>
 
 #include "engine_test_support.h"
 #include "kelt/core/OOC_mgr.h"
+#include "kelt/core/dense2D_OOC.h"
 #include "kelt/engine/factorize.h"
 #include "kelt/engine/multiply.h"
 
@@ -260,5 +262,67 @@ TEST(out_of_core_matrix, refuses_a_block_larger_than_the_budget)
     symmetric_hybrid_OOC<double> A;
     EXPECT_EQ(A.create(num.profile, num.free_IDs.size(), 0.0, mgr.get()), insufficient_memory_error);
     EXPECT_EQ(mgr->nbr_arrays(), 0u);
+    EXPECT_EQ(folder.entries(), 0u);
+}
+
+TEST(out_of_core_dense, columns_move_through_a_window_and_come_back_as_written)
+{
+    swap_folder folder;
+    {
+        const unsigned rows = 1000, cols = 23;
+        Ptr<OOC_mgr> mgr = manager(5 * rows * 8, folder);
+        dense2D_OOC<double> m;
+        ASSERT_TRUE(m.resize(rows, cols, 0.25, mgr.get()));
+        dense2D_proxy_data<double>& p = *m.proxy;
+        EXPECT_EQ(p.window_cols, 5u);
+        EXPECT_NE(p.file, -1);
+        // A fresh array reads as its default value, with nothing written.
+        for (unsigned j = 0; j < cols; ++j) {
+            const dense1D<double, 8> c = m.col_read(j);
+            ASSERT_EQ(c.size(), rows);
+            EXPECT_EQ(c[0], 0.25);
+            EXPECT_EQ(c[rows - 1], 0.25);
+        }
+        EXPECT_EQ(p.written.count(), 0u);
+
+        for (unsigned j = 0; j < cols; ++j) {
+            dense1D<double, 8> c = m.col(j);
+            for (unsigned i = 0; i < rows; ++i) c[i] = j + 1e-4 * i;
+        }
+        // Walking down: after the first load the window ends at the column asked for.
+        for (unsigned j = cols; j-- > 0;) {
+            const dense1D<double, 8> c = m.col_read(j);
+            EXPECT_EQ(c[7], j + 7e-4);
+            if (j == cols - 1 || !p.holds(j + 1)) EXPECT_EQ(p.first_col + p.window_cols - 1, j);
+        }
+        // A change through a read view is not written back.
+        m.col_read(0)[3] = -1.0;
+        (void)m.col_read(cols - 1);
+        EXPECT_EQ(m.col_read(0)[3], 0 + 1e-4 * 3);
+
+        // No room for the whole array: it keeps its former bounds and its values.
+        EXPECT_FALSE(m.force_incore());
+        EXPECT_TRUE(p.registered);
+        mgr->max_incore_size = rows * cols * 8;
+        ASSERT_TRUE(m.force_incore());
+        EXPECT_TRUE(m.all_in_core());
+        for (unsigned j = 0; j < cols; ++j) EXPECT_EQ(m.col_read(j)[rows - 1], j + 1e-4 * (rows - 1));
+        EXPECT_EQ(folder.entries(), 0u);
+    }
+    {
+        // Steps of two columns: five columns' bytes give a window of four.
+        Ptr<OOC_mgr> mgr = manager(5 * 100 * 16, folder);
+        dense2D_OOC<std::complex<double>> z;
+        ASSERT_TRUE(z.resize(100, 9, {1.0, 2.0}, mgr.get(), 2));
+        EXPECT_EQ(z.proxy->window_cols, 4u);
+        z.col(8)[99] = {3.0, 4.0};
+        EXPECT_EQ(z.col_read(0)[0], std::complex<double>(1.0, 2.0));
+        EXPECT_EQ(z.col_read(8)[99], std::complex<double>(3.0, 4.0));
+        // A second array shares the budget: the first shrinks to its least window.
+        dense2D_OOC<std::complex<double>> w;
+        ASSERT_TRUE(w.resize(100, 3, {}, mgr.get(), 1));
+        EXPECT_EQ(z.proxy->window_cols, 2u);
+        EXPECT_EQ(z.col_read(8)[99], std::complex<double>(3.0, 4.0));
+    }
     EXPECT_EQ(folder.entries(), 0u);
 }
