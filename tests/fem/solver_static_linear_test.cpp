@@ -1,0 +1,748 @@
+// The static linear solvers against physics, through their public handles: patch
+// tests of the volume shapes, a cantilever against beam theory, a linear
+// temperature through a bar, the conjugate gradient against the direct solution,
+// energies, thread counts, and every failure the record can report.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kelt/fem.h"
+
+using namespace kelt;
+
+namespace {
+
+constexpr unsigned no_func = 0xFFFFFFFFu; // no evolution function: constant loads
+
+// ---------------------------------------------------------------------------------
+// Meshes of a box in hexahedra, or in the wedges and tetrahedra that split them.
+// Higher-order nodes sit at the mean of the vertices they depend on, so that
+// elements keep straight edges and a linear field stays in their span.
+
+struct mesh {
+    dense2D<double> pos;
+    dense2D<unsigned> cells;
+    element_type type = element_none;
+    std::vector<bool> used; // nodes that some element holds
+
+    unsigned nbr_nodes() const { return pos.cols(); }
+};
+
+using parents = std::vector<unsigned>; // local vertices a node depends on
+
+// Base cells of one hexahedron with corners c (hexa8 order), in a linear type.
+std::vector<std::vector<unsigned>> split(element_type base, const unsigned (&c)[8])
+{
+    if (base == element_hexa8) return {{c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]}};
+    if (base == element_wedge6) return {{c[0], c[1], c[2], c[4], c[5], c[6]}, {c[0], c[2], c[3], c[4], c[6], c[7]}};
+    // Six tetrahedra around the main diagonal c0 - c6, one per monotone path along
+    // the edges; node 3 is the reference origin. A path that takes the axes in an
+    // odd order turns the other way, which swapping two nodes undoes.
+    const unsigned paths[6][4] = {{0, 1, 2, 6}, {0, 3, 2, 6}, {0, 1, 5, 6},
+                                  {0, 4, 5, 6}, {0, 3, 7, 6}, {0, 4, 7, 6}};
+    const bool odd[6] = {false, true, true, false, false, true};
+    std::vector<std::vector<unsigned>> out;
+    for (unsigned t = 0; t < 6; ++t) {
+        const unsigned* p = paths[t];
+        out.push_back({c[p[1]], c[p[2]], c[p[3]], c[p[0]]});
+        if (odd[t]) std::swap(out.back()[0], out.back()[1]);
+    }
+    return out;
+}
+
+// The higher-order nodes of a type, by the local vertices of its base cell.
+std::vector<parents> extra_nodes(element_type type)
+{
+    switch (type) {
+    case element_hexa27:
+        return {{0, 1}, {1, 2}, {2, 3}, {3, 0},       {4, 5},       {5, 6},       {6, 7},
+                {7, 4}, {0, 4}, {1, 5}, {2, 6},       {3, 7},       {0, 3, 7, 4}, {1, 5, 6, 2},
+                {0, 4, 5, 1}, {3, 2, 6, 7}, {0, 1, 2, 3}, {4, 7, 6, 5}, {0, 1, 2, 3, 4, 5, 6, 7}};
+    case element_wedge18:
+        return {{0, 3}, {1, 4}, {2, 5}, {1, 2}, {2, 0}, {0, 1}, {4, 5}, {5, 3}, {3, 4},
+                {2, 1, 4, 5}, {0, 2, 5, 3}, {1, 0, 3, 4}};
+    case element_tetra10: return {{1, 2}, {2, 0}, {0, 1}, {0, 3}, {1, 3}, {2, 3}};
+    default: return {};
+    }
+}
+
+element_type base_of(element_type t)
+{
+    return t == element_hexa27 ? element_hexa8 : t == element_wedge18 ? element_wedge6
+                                             : t == element_tetra10 ? element_tetra4
+                                                                    : t;
+}
+
+// [0, size[0]] x [0, size[1]] x [0, size[2]] in n[0] x n[1] x n[2] hexahedra;
+// interior vertices move at random by up to `distortion` of a cell.
+mesh box_mesh(element_type type, const double (&size)[3], const unsigned (&n)[3], double distortion = 0.0)
+{
+    std::vector<std::array<double, 3>> x;
+    std::mt19937 gen(5);
+    std::uniform_real_distribution<double> shift(-distortion, distortion);
+    const auto vertex = [&](unsigned i, unsigned j, unsigned k) { return (k * (n[1] + 1) + j) * (n[0] + 1) + i; };
+    for (unsigned k = 0; k <= n[2]; ++k)
+        for (unsigned j = 0; j <= n[1]; ++j)
+            for (unsigned i = 0; i <= n[0]; ++i) {
+                const unsigned ijk[3] = {i, j, k};
+                std::array<double, 3> p;
+                bool interior = true;
+                for (unsigned d = 0; d < 3; ++d) interior = interior && ijk[d] > 0 && ijk[d] < n[d];
+                for (unsigned d = 0; d < 3; ++d)
+                    p[d] = size[d] * (ijk[d] + (interior ? shift(gen) : 0.0)) / n[d];
+                x.push_back(p);
+            }
+    std::map<parents, unsigned> made;
+    std::vector<std::vector<unsigned>> cells;
+    const std::vector<parents> extra = extra_nodes(type);
+    for (unsigned k = 0; k < n[2]; ++k)
+        for (unsigned j = 0; j < n[1]; ++j)
+            for (unsigned i = 0; i < n[0]; ++i) {
+                const unsigned c[8] = {vertex(i, j, k),         vertex(i + 1, j, k),     vertex(i + 1, j + 1, k),
+                                       vertex(i, j + 1, k),     vertex(i, j, k + 1),     vertex(i + 1, j, k + 1),
+                                       vertex(i + 1, j + 1, k + 1), vertex(i, j + 1, k + 1)};
+                for (std::vector<unsigned> cell : split(base_of(type), c)) {
+                    const std::vector<unsigned> base = cell;
+                    for (const parents& local : extra) {
+                        parents key;
+                        for (unsigned a : local) key.push_back(base[a]);
+                        std::sort(key.begin(), key.end());
+                        auto it = made.find(key);
+                        if (it == made.end()) {
+                            std::array<double, 3> p = {0, 0, 0};
+                            for (unsigned v : key)
+                                for (unsigned d = 0; d < 3; ++d) p[d] += x[v][d] / key.size();
+                            it = made.emplace(key, unsigned(x.size())).first;
+                            x.push_back(p);
+                        }
+                        cell.push_back(it->second);
+                    }
+                    cells.push_back(cell);
+                }
+            }
+    mesh m;
+    m.type = type;
+    (void)m.pos.resize(3, unsigned(x.size()));
+    for (unsigned v = 0; v < x.size(); ++v)
+        for (unsigned d = 0; d < 3; ++d) m.pos(d, v) = x[v][d];
+    (void)m.cells.resize(unsigned(cells[0].size()), unsigned(cells.size()));
+    m.used.assign(x.size(), false);
+    for (unsigned e = 0; e < cells.size(); ++e)
+        for (unsigned a = 0; a < cells[e].size(); ++a) {
+            m.cells(a, e) = cells[e][a];
+            m.used[cells[e][a]] = true;
+        }
+    return m;
+}
+
+// ---------------------------------------------------------------------------------
+// Models, problems and runs.
+
+// A context whose registry is emptied at the end, with models made on meshes.
+struct test_context {
+    test_context() { ctx.set_max_threads(2); }
+    ~test_context() { ctx.the_NM_mgr().clear(); }
+
+    unsigned solid(const mesh& m, double E, double nu)
+    {
+        fem::law_solid_StVenant law;
+        dense1D<double, 8> d;
+        d.push_back(E), d.push_back(nu), d.push_back(0.0);
+        fem::model_solid_lin physics;
+        fem::numerical_model_stiff_lin model(ctx);
+        EXPECT_EQ(law.init(d), no_error);
+        EXPECT_EQ(physics.init(law), no_error);
+        EXPECT_EQ(model.init(ctx, physics, m.cells, m.type), no_error);
+        return model.get_ID();
+    }
+    unsigned conduction(const mesh& m, double k)
+    {
+        fem::law_scalar law;
+        fem::model_heat_conduction_3d physics;
+        fem::numerical_model_heat_conduction model(ctx);
+        EXPECT_EQ(law.init(k), no_error);
+        EXPECT_EQ(physics.init(law), no_error);
+        EXPECT_EQ(model.init(ctx, physics, m.cells, m.type), no_error);
+        return model.get_ID();
+    }
+    unsigned composite(std::initializer_list<unsigned> IDs)
+    {
+        fem::numerical_model_composite c(ctx);
+        for (unsigned id : IDs) EXPECT_EQ(c.insert(id), no_error);
+        return c.get_ID();
+    }
+    fem::problem_data problem(mesh& m, unsigned model, unsigned cases)
+    {
+        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+        return fem::problem_data(ctx, m.pos, DOFs, model, cases);
+    }
+
+    fem::context ctx;
+};
+
+struct log_capture {
+    std::vector<std::pair<unsigned, std::string>> lines;
+    int interrupt_at = -1; // the call of the interrupt handler that says stop
+    int interrupt_calls = 0;
+
+    bool has(const std::string& start) const
+    {
+        return std::any_of(lines.begin(), lines.end(), [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
+    }
+    // The text after the colon of the first line that contains `key`.
+    std::string value_of(const std::string& key) const
+    {
+        for (const auto& l : lines)
+            if (l.second.find(key) != std::string::npos) return l.second.substr(l.second.find(':') + 1);
+        return "";
+    }
+};
+
+void capture(void* user, unsigned level, const char* text)
+{
+    static_cast<log_capture*>(user)->lines.emplace_back(level, text);
+}
+
+bool interrupt(void* user)
+{
+    auto* c = static_cast<log_capture*>(user);
+    return c->interrupt_calls++ == c->interrupt_at;
+}
+
+template <class Solver>
+Solver solver_with(log_capture& c)
+{
+    Solver s;
+    s.settings.log_hdl = capture;
+    s.settings.interrupt_hdl = interrupt;
+    s.settings.user_data = &c;
+    s.settings.CG_tolerance = 1e-12;
+    return s;
+}
+
+double value(const fem::FEM_matrix& U, unsigned ID, unsigned col)
+{
+    double v = std::nan("");
+    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
+    return v;
+}
+
+unsigned dof(unsigned node, unsigned comp) { return fem::DOFs_mgr::ID(node, displacement_tag, comp); }
+
+bool on_boundary(const mesh& m, unsigned node, const double (&size)[3])
+{
+    for (unsigned d = 0; d < 3; ++d)
+        if (m.pos(d, node) == 0.0 || m.pos(d, node) == size[d]) return true;
+    return false;
+}
+
+// u = A x + c, and its elastic energy density for an isotropic law.
+struct linear_field {
+    double A[3][3];
+    double c[3];
+
+    double at(const mesh& m, unsigned node, unsigned i) const
+    {
+        return c[i] + A[i][0] * m.pos(0, node) + A[i][1] * m.pos(1, node) + A[i][2] * m.pos(2, node);
+    }
+    double energy_density(double E, double nu) const
+    {
+        const double lambda = E * nu / ((1 + nu) * (1 - 2 * nu)), mu = E / (2 * (1 + nu));
+        double eps[3][3], tr = 0.0, ee = 0.0;
+        for (unsigned i = 0; i < 3; ++i)
+            for (unsigned j = 0; j < 3; ++j) eps[i][j] = 0.5 * (A[i][j] + A[j][i]);
+        for (unsigned i = 0; i < 3; ++i) tr += eps[i][i];
+        for (unsigned i = 0; i < 3; ++i)
+            for (unsigned j = 0; j < 3; ++j) ee += eps[i][j] * eps[i][j];
+        return 0.5 * (lambda * tr * tr + 2 * mu * ee);
+    }
+};
+
+const linear_field field_a = {{{1e-3, 2e-3, -1e-3}, {5e-4, -2e-3, 1e-3}, {3e-3, 1e-3, 2e-3}}, {0.1, -0.2, 0.3}};
+const linear_field field_b = {{{-2e-3, 1e-3, 0.0}, {1e-3, 1e-3, -3e-3}, {0.0, 2e-3, -1e-3}}, {0.0, 0.05, 0.0}};
+
+void prescribe(fem::loads_mgr loads, const mesh& m, unsigned node, const linear_field& f, double extra = 0.0)
+{
+    for (unsigned i = 0; i < 3; ++i)
+        ASSERT_EQ(loads.record_DOF_prescribed_value(dof(node, i), f.at(m, node, i) + (i == 0 ? extra : 0.0), no_func),
+                  no_error);
+}
+
+// ---------------------------------------------------------------------------------
+// Patch test: a linear displacement held on the boundary of a distorted patch gives
+// the same linear field inside, and the energy of its constant strain. Two cases,
+// both held on the whole boundary: one matrix, one block solve of both.
+
+class static_linear_patch : public testing::TestWithParam<element_type> {};
+
+TEST_P(static_linear_patch, boundary_values_of_a_linear_field_give_it_inside_exactly)
+{
+    const double size[3] = {1, 1, 1};
+    const double E = 1000.0, nu = 0.3;
+    mesh m = box_mesh(GetParam(), size, {2, 2, 2}, 0.2);
+    test_context t;
+    fem::problem_data problem = t.problem(m, t.solid(m, E, nu), 2);
+    unsigned held = 0;
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.used[node] && on_boundary(m, node, size)) {
+            prescribe(problem.get_loads_mgr(0), m, node, field_a);
+            prescribe(problem.get_loads_mgr(1), m, node, field_b);
+            held += 3;
+        }
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_EQ(data.warning_code, no_error);
+    EXPECT_EQ(data.bad_pivot_ID, 0xFFFFFFFFu);
+    EXPECT_EQ(data.nbr_prescribed_out_K, held);
+    EXPECT_EQ(data.nbr_prescribed_in_K, 0u);
+    EXPECT_EQ(data.nbr_rows, data.nbr_free_DOFs + held);
+    EXPECT_FALSE(c.has("Conjugate gradient"));
+    const linear_field* fields[2] = {&field_a, &field_b};
+    for (unsigned col = 0; col < 2; ++col) {
+        double worst = 0.0;
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.used[node])
+                for (unsigned i = 0; i < 3; ++i)
+                    worst = std::max(worst, std::fabs(value(data.U, dof(node, i), col) - fields[col]->at(m, node, i)));
+        EXPECT_LT(worst, 1e-12) << "case " << col; // values of order 1e-3: rounding of a few hundred sums
+        // The whole cube is at one constant strain: energy = density x volume 1.
+        const double expected = fields[col]->energy_density(E, nu);
+        EXPECT_NEAR(data.energies[col], expected, 1e-9 * expected) << "case " << col;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(volume_shapes, static_linear_patch,
+                         testing::Values(element_hexa8, element_hexa27, element_wedge6, element_wedge18,
+                                         element_tetra4, element_tetra10),
+                         [](const testing::TestParamInfo<element_type>& p) {
+                             switch (p.param) {
+                             case element_hexa8: return std::string("hexa8");
+                             case element_hexa27: return std::string("hexa27");
+                             case element_wedge6: return std::string("wedge6");
+                             case element_wedge18: return std::string("wedge18");
+                             case element_tetra4: return std::string("tetra4");
+                             default: return std::string("tetra10");
+                             }
+                         });
+
+// ---------------------------------------------------------------------------------
+// A cantilever of hexa27, clamped by blocking its root in the DOF table, under a
+// shear force at its tip.
+
+struct cantilever {
+    static constexpr double L = 10.0, b = 1.0, h = 1.0, E = 1000.0, nu = 0.3, P = -1.0;
+    static constexpr unsigned along = 8;
+
+    cantilever() : m(box_mesh(element_hexa27, {L, b, h}, {along, 1, 1}))
+    {
+        const unsigned model = t.solid(m, E, nu);
+        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.pos(0, node) == 0.0) {
+                EXPECT_EQ(DOFs.set(node, displacement_tag, false), no_error);
+            }
+        problem = fem::problem_data(t.ctx, m.pos, DOFs, model, 1);
+        // The traction P / (b h) on the end face as consistent nodal forces: Simpson's
+        // weights 1/6, 4/6, 1/6 along each side of the one quadratic face.
+        fem::loads_mgr loads = problem.get_loads_mgr(0);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+            if (m.pos(0, node) != L) continue;
+            const auto w = [](double s) { return s == 0.0 || s == 1.0 ? 1.0 / 6.0 : 4.0 / 6.0; };
+            const double f = P * w(m.pos(1, node) / b) * w(m.pos(2, node) / h);
+            EXPECT_EQ(loads.record_DOF_load(dof(node, 2), f, no_func), no_error);
+            forces.emplace_back(dof(node, 2), f);
+            if (m.pos(1, node) == b / 2 && m.pos(2, node) == h / 2) tip = node;
+        }
+    }
+
+    test_context t;
+    mesh m;
+    fem::problem_data problem{t.ctx};
+    std::vector<std::pair<unsigned, double>> forces;
+    unsigned tip = 0;
+};
+
+TEST(solver_static_linear, cantilever_deflects_as_a_timoshenko_beam)
+{
+    cantilever beam;
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(beam.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    // Bending P L^3 / 3EI plus shear P L / (kappa G A), kappa = 5/6. The clamped
+    // section cannot warp and the end load is not the beam's parabolic shear, so
+    // a 3D solution of this slenderness stands within a few percent of the beam.
+    const double I = cantilever::b * std::pow(cantilever::h, 3) / 12.0, A = cantilever::b * cantilever::h;
+    const double G = cantilever::E / (2 * (1 + cantilever::nu));
+    const double beam_theory = cantilever::P * std::pow(cantilever::L, 3) / (3 * cantilever::E * I) +
+                               cantilever::P * cantilever::L / (5.0 / 6.0 * G * A);
+    const double deflection = value(data.U, dof(beam.tip, 2), 0);
+    EXPECT_NEAR(deflection, beam_theory, 0.04 * std::fabs(beam_theory));
+    // The blocked root is not a row of the solution.
+    EXPECT_EQ(data.U.row_pos(dof(0, 0)), 0xFFFFFFFFu);
+    EXPECT_EQ(data.nbr_rows, data.nbr_free_DOFs);
+    // Clapeyron: with no value held away from 0, the elastic energy is half the work of the loads.
+    double work = 0.0;
+    for (const auto& [ID, f] : beam.forces) work += f * value(data.U, ID, 0);
+    EXPECT_NEAR(data.energies[0], 0.5 * work, 1e-10 * std::fabs(work));
+    EXPECT_TRUE(c.has("STATIC LINEAR RUN (KELT FEM 4.4.0.0) (1 RHS)\n"));
+    EXPECT_TRUE(c.has("Total computing time"));
+}
+
+TEST(solver_static_linear, one_and_two_threads_agree_to_rounding)
+{
+    cantilever beam;
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type one(beam.problem), two(beam.problem);
+    beam.t.ctx.set_max_threads(1);
+    solver.run(one);
+    beam.t.ctx.set_max_threads(2);
+    solver.run(two);
+    ASSERT_EQ(one.error_code, no_error);
+    ASSERT_EQ(two.error_code, no_error);
+    ASSERT_EQ(one.U.rows(), two.U.rows());
+    const dense1D<double, 8> a = one.U.col(0), b = two.U.col(0);
+    double scale = 0.0, gap = 0.0;
+    for (unsigned r = 0; r < a.size(); ++r) {
+        scale = std::max(scale, std::fabs(a[r]));
+        gap = std::max(gap, std::fabs(a[r] - b[r]));
+    }
+    // Sums of a factorisation in another order: a few hundred roundings at most.
+    EXPECT_LE(gap, 1e-11 * scale);
+}
+
+TEST(solver_static_linear, RHS_only_leaves_the_loads_and_factorises_nothing)
+{
+    cantilever beam;
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    solver.settings.RHS_only = true;
+    fem::solver_static_linear::data_type data(beam.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error);
+    for (const auto& [ID, f] : beam.forces) EXPECT_EQ(value(data.U, ID, 0), f);
+    EXPECT_EQ(c.value_of("||du||"), c.value_of("||F||"));
+    EXPECT_NE(c.value_of("||F||"), "");
+    EXPECT_FALSE(c.has("Factorization"));
+    EXPECT_FALSE(c.has("Resolution"));
+    EXPECT_EQ(data.energies[0], 0.0);
+}
+
+// ---------------------------------------------------------------------------------
+// A DOF prescribed in one case of two stays in K and its case goes through the
+// gradient; solved alone, with the DOF out of K, the same case must agree.
+
+struct held_inside {
+    static constexpr double size[3] = {1, 1, 1};
+
+    held_inside() : m(box_mesh(element_hexa27, size, {2, 2, 2}, 0.15))
+    {
+        model = t.solid(m, 1000.0, 0.25);
+        // The one interior vertex, moved off the centre of the cube.
+        double nearest = 1.0;
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+            double d = 0.0;
+            for (unsigned k = 0; k < 3; ++k) d += std::pow(m.pos(k, node) - 0.5, 2);
+            if (m.used[node] && d < nearest) nearest = d, centre = node;
+        }
+    }
+
+    // Field b on the boundary and the centre pushed off it by 0.01 along x, in one case.
+    void hold_b_and_centre(fem::loads_mgr loads)
+    {
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.used[node] && on_boundary(m, node, size)) prescribe(loads, m, node, field_b);
+        prescribe(loads, m, centre, field_b, 0.01);
+    }
+    // Case 0: field a on the boundary; case 1: field b and the centre.
+    fem::problem_data two_cases()
+    {
+        fem::problem_data p = t.problem(m, model, 2);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.used[node] && on_boundary(m, node, size)) prescribe(p.get_loads_mgr(0), m, node, field_a);
+        hold_b_and_centre(p.get_loads_mgr(1));
+        return p;
+    }
+
+    test_context t;
+    mesh m;
+    unsigned model = 0;
+    unsigned centre = 0;
+};
+
+TEST(solver_static_linear, a_value_held_by_one_case_of_two_goes_through_the_gradient_and_agrees)
+{
+    held_inside s;
+    log_capture c, r;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(s.two_cases());
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_EQ(data.nbr_prescribed_in_K, 3u); // the centre's three components
+    EXPECT_TRUE(c.has("Conjugate gradient algorithm.\n"));
+
+    // The reference: case 1 alone, where every value it holds is common, so out of K.
+    fem::problem_data single = s.t.problem(s.m, s.model, 1);
+    s.hold_b_and_centre(single.get_loads_mgr(0));
+    auto direct = solver_with<fem::solver_static_linear>(r);
+    fem::solver_static_linear::data_type ref(single);
+    direct.run(ref);
+    ASSERT_EQ(ref.error_code, no_error);
+    EXPECT_EQ(ref.nbr_prescribed_in_K, 0u);
+    EXPECT_EQ(ref.nbr_free_DOFs + 3, data.nbr_free_DOFs);
+    EXPECT_FALSE(r.has("Conjugate gradient"));
+
+    double gap = 0.0, scale = 0.0;
+    for (unsigned node = 0; node < s.m.nbr_nodes(); ++node)
+        if (s.m.used[node])
+            for (unsigned i = 0; i < 3; ++i) {
+                const double u = value(ref.U, dof(node, i), 0);
+                scale = std::max(scale, std::fabs(u));
+                gap = std::max(gap, std::fabs(value(data.U, dof(node, i), 1) - u));
+            }
+    EXPECT_LT(gap, 1e-9 * scale); // the gradient stops at a relative residual of 1e-12
+    EXPECT_NEAR(data.energies[1], ref.energies[0], 1e-9 * ref.energies[0]);
+    // The other case does not see the centre: the linear field a, exactly.
+    EXPECT_NEAR(value(data.U, dof(s.centre, 0), 0), field_a.at(s.m, s.centre, 0), 1e-12);
+    EXPECT_EQ(value(data.U, dof(s.centre, 0), 1), field_b.at(s.m, s.centre, 0) + 0.01);
+}
+
+TEST(solver_static_linear, a_gradient_that_cannot_converge_is_a_solver_error)
+{
+    held_inside s;
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    solver.settings.CG_max_iters = 1;
+    fem::solver_static_linear::data_type data(s.two_cases());
+    solver.run(data);
+    EXPECT_EQ(data.error_code, non_convergence_error);
+    EXPECT_STREQ(data.msg_title, "Solver error.");
+    EXPECT_FALSE(c.has("Total computing time"));
+}
+
+// ---------------------------------------------------------------------------------
+// Conduction through a bar: the ends held at two temperatures, or one end held and
+// a flux through the other, give a linear temperature.
+
+TEST(solver_thermal_static_linear, held_ends_and_a_flux_give_a_linear_temperature)
+{
+    const double size[3] = {2.0, 0.1, 0.1}, k = 50.0, q = 2500.0; // W / m2
+    test_context t;
+    mesh m = box_mesh(element_hexa8, size, {10, 1, 1});
+    fem::problem_data problem = t.problem(m, t.conduction(m, k), 2);
+    const auto T = [](unsigned node) { return fem::DOFs_mgr::ID(node, temperature_tag, 0); };
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+        if (m.pos(0, node) == 0.0) {
+            for (unsigned c = 0; c < 2; ++c)
+                ASSERT_EQ(problem.get_loads_mgr(c).record_DOF_prescribed_value(T(node), 20.0, no_func), no_error);
+        }
+        if (m.pos(0, node) == size[0]) {
+            ASSERT_EQ(problem.get_loads_mgr(0).record_DOF_prescribed_value(T(node), 120.0, no_func), no_error);
+            ASSERT_EQ(problem.get_loads_mgr(1).record_DOF_load(T(node), q * size[1] * size[2] / 4, no_func),
+                      no_error);
+        }
+    }
+    log_capture c;
+    auto solver = solver_with<fem::solver_thermal_static_linear>(c);
+    fem::solver_thermal_static_linear::data_type data(problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_EQ(data.nbr_prescribed_in_K, 4u); // the hot end, held by case 0 only
+    EXPECT_TRUE(c.has("THERMAL STATIC LINEAR RUN (KELT FEM 4.4.0.0) (2 RHS)\n"));
+    EXPECT_TRUE(c.has("  0 max temperature      : +1.200000E+02 \n"));
+    EXPECT_FALSE(c.has("  0 elastic energy"));
+    double worst = 0.0;
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+        const double x = m.pos(0, node);
+        worst = std::max(worst, std::fabs(value(data.U, T(node), 0) - (20.0 + 100.0 * x / size[0])));
+        worst = std::max(worst, std::fabs(value(data.U, T(node), 1) - (20.0 + q / k * x)));
+    }
+    EXPECT_LT(worst, 1e-9 * 100.0);
+}
+
+// ---------------------------------------------------------------------------------
+// Failures and edge cases of the record.
+
+TEST(solver_static_linear, a_record_without_model_is_a_data_error_without_log)
+{
+    test_context t;
+    dense2D<double> pos(3, 1);
+    fem::DOFs_mgr DOFs(1, true);
+    const fem::problem_data nothing(t.ctx, pos, DOFs, 0xFFFFFFFFu, 1);
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(nothing);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, -101);
+    EXPECT_STREQ(data.msg_title, "DATA ERROR");
+    EXPECT_STREQ(data.msg_detail, "KELT solver_static_linear: invalid data.\n");
+    EXPECT_TRUE(c.lines.empty());
+    auto thermal = solver_with<fem::solver_thermal_static_linear>(c);
+    fem::solver_thermal_static_linear::data_type hot(nothing);
+    thermal.run(hot);
+    EXPECT_STREQ(hot.msg_detail, "KELT solver_thermal_static_linear: invalid data.\n");
+}
+
+TEST(solver_static_linear, no_load_case_is_no_run_and_no_error)
+{
+    const double size[3] = {1, 1, 1};
+    test_context t;
+    mesh m = box_mesh(element_hexa8, size, {1, 1, 1});
+    fem::problem_data problem = t.problem(m, t.solid(m, 1.0, 0.0), 0);
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, no_error);
+    EXPECT_EQ(data.warning_code, no_error);
+    EXPECT_EQ(data.U.cols(), 0u);
+    EXPECT_TRUE(c.lines.empty());
+    EXPECT_EQ(c.interrupt_calls, 0);
+}
+
+TEST(solver_static_linear, a_model_with_no_free_DOF_gives_the_held_values_and_their_energy)
+{
+    const double size[3] = {1, 1, 1}, E = 10.0, nu = 0.2;
+    test_context t;
+    mesh m = box_mesh(element_hexa8, size, {1, 1, 1});
+    fem::problem_data problem = t.problem(m, t.solid(m, E, nu), 1);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node) prescribe(problem.get_loads_mgr(0), m, node, field_a);
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_EQ(data.nbr_free_DOFs, 0u);
+    EXPECT_EQ(data.nbr_rows, 24u);
+    EXPECT_FALSE(c.has("  pivot max"));
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        EXPECT_EQ(value(data.U, dof(node, 1), 0), field_a.at(m, node, 1));
+    const double expected = field_a.energy_density(E, nu); // unit volume
+    EXPECT_NEAR(data.energies[0], expected, 1e-12 * expected);
+}
+
+TEST(solver_static_linear, an_interrupt_at_any_check_leaves_a_warning_and_no_error)
+{
+    held_inside s;
+    log_capture clean;
+    auto solver = solver_with<fem::solver_static_linear>(clean);
+    fem::solver_static_linear::data_type data(s.two_cases());
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error);
+    const int checks = clean.interrupt_calls;
+    ASSERT_GT(checks, 6); // numbering, sizes, two cases, loads, K, factor, resolution, ...
+    for (int k = 0; k < checks; ++k) {
+        log_capture c;
+        c.interrupt_at = k;
+        auto stopped = solver_with<fem::solver_static_linear>(c);
+        stopped.run(data);
+        SCOPED_TRACE(k);
+        EXPECT_EQ(data.error_code, no_error);
+        EXPECT_EQ(data.warning_code, interrupted_warning);
+        EXPECT_EQ(c.interrupt_calls, k + 1); // never asked again
+        EXPECT_FALSE(c.has("Total computing time"));
+        EXPECT_TRUE(data.U.cols() == 0 || data.U.cols() == 2); // what was done so far stays
+    }
+}
+
+TEST(solver_static_linear, memory_beyond_the_limit_stops_with_the_sizes)
+{
+    cantilever beam;
+    beam.t.ctx.set_max_total_size(0);
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(beam.problem);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, insufficient_memory_error);
+    EXPECT_STREQ(data.msg_title, "Insufficient memory.");
+    EXPECT_GT(data.K_size_MB, 0.0);
+    EXPECT_GT(data.RHS_size_MB, 0.0);
+    EXPECT_EQ(data.total_size_MB, data.K_size_MB + data.RHS_size_MB);
+    EXPECT_EQ(data.energies.size(), 0u);
+    EXPECT_FALSE(c.has("Numerical assembly"));
+}
+
+// Two cubes side by side in one composite: one supported, one of zero stiffness
+// whose DOFs have nothing on their diagonal.
+TEST(solver_static_linear, a_zero_pivot_is_reported_with_its_DOF_unless_forced)
+{
+    const double size[3] = {1, 1, 1};
+    test_context t;
+    mesh m = box_mesh(element_hexa8, size, {2, 1, 1});
+    mesh left = m, right = m;
+    left.cells = m.cells.sub_matrix(0, 0, 8, 1);
+    right.cells = m.cells.sub_matrix(0, 1, 8, 1);
+    const unsigned model = t.composite({t.solid(left, 1.0, 0.0), t.solid(right, 0.0, 0.0)});
+    fem::problem_data problem = t.problem(m, model, 1);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.pos(0, node) == 0.0) prescribe(problem.get_loads_mgr(0), m, node, field_a);
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, pivot_error);
+    EXPECT_STREQ(data.msg_title, "Pivot error.");
+    ASSERT_NE(data.bad_pivot_ID, 0xFFFFFFFFu);
+    const unsigned node = data.bad_pivot_ID / 9;
+    EXPECT_GT(m.pos(0, node), 0.0); // a node that only the cube of no stiffness holds
+    EXPECT_TRUE(c.has("Bad pivot detected: +0.000000E+00.\n"));
+    EXPECT_FALSE(c.has("Resolution"));
+
+    solver.settings.force_pivots = true;
+    solver.run(data);
+    EXPECT_EQ(data.error_code, no_error);
+    EXPECT_EQ(data.pivot_min, 0.0);
+    EXPECT_TRUE(std::isfinite(value(data.U, data.U.get_IDs()[0], 0)));
+}
+
+// A bar whose first half is 1e14 times stiffer than its second: the pivots spread
+// beyond 1e12, the run warns and still solves.
+TEST(solver_static_linear, a_stiffness_spread_beyond_1e12_warns_and_solves)
+{
+    const double size[3] = {4, 1, 1};
+    test_context t;
+    mesh m = box_mesh(element_hexa8, size, {4, 1, 1});
+    mesh stiff = m, soft = m;
+    stiff.cells = m.cells.sub_matrix(0, 0, 8, 2);
+    soft.cells = m.cells.sub_matrix(0, 2, 8, 2);
+    const unsigned model = t.composite({t.solid(stiff, 1e14, 0.0), t.solid(soft, 1.0, 0.0)});
+    fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.pos(0, node) == 0.0) {
+            ASSERT_EQ(DOFs.set(node, displacement_tag, false), no_error);
+        }
+    fem::problem_data problem(t.ctx, m.pos, DOFs, model, 1);
+    unsigned tip = 0, middle = 0;
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+        if (m.pos(0, node) == 4.0) {
+            ASSERT_EQ(problem.get_loads_mgr(0).record_DOF_load(dof(node, 0), 0.25, no_func), no_error);
+            tip = node;
+        }
+        if (m.pos(0, node) == 2.0) middle = node;
+    }
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, no_error);
+    EXPECT_EQ(data.warning_code, pivot_warning);
+    EXPECT_STREQ(data.msg_title, "Pivot warning.");
+    EXPECT_NE(data.bad_pivot_ID, 0xFFFFFFFFu);
+    EXPECT_GT(data.pivot_max * 1e-12, data.pivot_min);
+    // Unit load on a unit section of E 1 and nu 0 over length 2: the soft half
+    // stretches by 2, the stiff half by 1e-14 of that.
+    EXPECT_NEAR(value(data.U, dof(tip, 0), 0), 2.0, 1e-6);
+    EXPECT_LT(std::fabs(value(data.U, dof(middle, 0), 0)), 1e-12);
+    EXPECT_TRUE(c.has("Total computing time"));
+}
+
+} // namespace
