@@ -42,11 +42,11 @@ void forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld
 // The solvers' factorisation step: the policy chosen by `force` (replace a bad
 // pivot by 1, or stop), the pivot extremes into the record, "Pivot error." with
 // the DOF of the first bad pivot, or "Pivot warning." when the pivots spread over
-// more than 12 decades; the time goes to `timer`. Nothing happens on a record that
+// more than 12 decades, the DOF concerned in `bad_DOF`; the time goes to `timer`. Nothing happens on a record that
 // already holds an error or an interrupt.
 template <class Solver>
 void factorize_matrix(symmetric_hybrid_OOC<double>& A, const vector_fast& IDs, bool force, Solver& solver,
-                      double& timer);
+                      double& timer, unsigned& bad_DOF);
 
 // Parent of each block in the block elimination tree (the block of its first extra
 // column), or 0xFFFFFFFF for a root.
@@ -65,7 +65,7 @@ extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_forc
 
 template <class Solver>
 void factorize_matrix(symmetric_hybrid_OOC<double>& A, const vector_fast& IDs, bool force, Solver& solver,
-                      double& timer)
+                      double& timer, unsigned& bad_DOF)
 {
     auto& data = *solver.data;
     if (data.error_code != no_error || data.warning_code == interrupted_warning) return;
@@ -81,9 +81,9 @@ void factorize_matrix(symmetric_hybrid_OOC<double>& A, const vector_fast& IDs, b
     auto ID_at = [&](unsigned rank) { return rank < IDs.size() ? IDs[rank] : 0xFFFFFFFFu; };
     if (checker.bad_index != 0xFFFFFFFFu) {
         solver.raise_error(pivot_error, "Pivot error.", __FILE__, __LINE__);
-        data.error_DOF = ID_at(checker.bad_index);
-    } else if (e == no_error && data.pivot_max * 1e-12 > data.pivot_min) {
-        if (data.warning_code == no_error && data.error_code == no_error) data.error_DOF = ID_at(checker.min_index);
+        bad_DOF = ID_at(checker.bad_index);
+    } else if (e == no_error && data.pivot_max * 1e-12 > data.pivot_min && checker.min_index != 0xFFFFFFFFu) {
+        if (data.warning_code == no_error && data.error_code == no_error) bad_DOF = ID_at(checker.min_index);
         solver.raise_warning(pivot_warning, "Pivot warning.");
     }
     if (e != no_error && e != pivot_error) solver.raise_error(e, "Factorization error.", __FILE__, __LINE__);

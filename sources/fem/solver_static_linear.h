@@ -20,7 +20,7 @@
 #include "kelt/core/types.h"
 #include "kelt/elements/element_records.h"
 #include "kelt/elements/internal_states.h"
-#include "kelt/engine/OOC_mgr.h"
+#include "kelt/core/OOC_mgr.h"
 #include "kelt/engine/assemblers.h"
 #include "kelt/engine/conj_gradient.h"
 #include "kelt/engine/factorize.h"
@@ -277,6 +277,8 @@ public:
     }
     unsigned threads() const noexcept { return std::max(1u, this->context->process_mgr->max_threads); }
     unsigned LLC_size() const noexcept { return this->context->process_mgr->LLC_size; }
+    // The budget that large matrices share, null when all stay in core.
+    OOC_mgr* OOC_manager() const noexcept { return this->context ? the_OOC_mgr(*this->context) : nullptr; }
     unsigned nbr_free() const noexcept { return free_IDs ? free_IDs->size() : 0; }
     // Column i of U: all its rows, empty when it cannot be had.
     dense1D<double, 8> column(unsigned i) { return U ? U->col(i) : dense1D<double, 8>(); }
@@ -616,7 +618,7 @@ bool solver_static_linear<T, S, D>::assemble_K(matrix_type& A)
         phase_timer t(data.time_K_assembly);
         const unsigned Nf = nbr_free();
         A.IDs = free_IDs;
-        if (A.matrix.create(profile, Nf) != no_error || A.nbr_rows() != Nf) {
+        if (A.matrix.create(profile, Nf, 0.0, OOC_manager()) != no_error || A.nbr_rows() != Nf) {
             A.matrix.clear();
             KELT_RAISE(*this, memory_error, "Matrix allocation error.");
         } else {
@@ -649,34 +651,17 @@ bool solver_static_linear<T, S, D>::factorise(matrix_type& A, matrix_type* into)
         error_type e = no_error;
         if (into) {
             into->IDs = A.IDs;
-            if (into->matrix.create(profile, A.nbr_rows()) != no_error || into->nbr_rows() != A.nbr_rows())
+            if (into->matrix.create(profile, A.nbr_rows(), 0.0, OOC_manager()) != no_error || into->nbr_rows() != A.nbr_rows())
                 e = memory_error;
             else
                 e = copy_matrix_values(A.matrix, into->matrix);
         }
-        pivot_check_positive stopping;
-        pivot_force_positive replacing;
         const bool force = family == static_family::mechanical && this->settings.force_pivots;
-        pivot_checker_base& checker = force ? static_cast<pivot_checker_base&>(replacing) : stopping;
-        if (e != no_error) {
+        double counted = 0.0; // the phase timer counts the copy too
+        if (e != no_error)
             KELT_RAISE(*this, e, "Matrix allocation error.");
-        } else {
-            e = force ? factorize(F.matrix, replacing, LLC_size(), threads())
-                      : factorize(F.matrix, stopping, LLC_size(), threads());
-            log_pivot_events(checker.events, [&](unsigned level, const char* line) { this->log(level, "%s", line); });
-            data.pivot_min = checker.min_value;
-            data.pivot_max = checker.max_value;
-            const auto ID_at = [&](unsigned rank) { return rank < nbr_free() ? (*free_IDs)[rank] : 0xFFFFFFFFu; };
-            if (checker.bad_index != 0xFFFFFFFFu) {
-                KELT_RAISE(*this, pivot_error, "Pivot error.");
-                data.bad_pivot_ID = ID_at(checker.bad_index);
-            } else if (data.pivot_max * 1e-12 > data.pivot_min && checker.min_index != 0xFFFFFFFFu &&
-                       data.error_code == no_error && data.warning_code == no_error) {
-                this->raise_warning(pivot_warning, "Pivot warning.");
-                data.bad_pivot_ID = ID_at(checker.min_index);
-            }
-            if (e != no_error) KELT_RAISE(*this, e, "Factorization error.");
-        }
+        else
+            factorize_matrix(F.matrix, *free_IDs, force, *this, counted, data.bad_pivot_ID);
     }
     this->log(1, "Factorization matrix K             : %10.2f s.\n", data.time_factorization);
     print_statistics(F.matrix, [&](unsigned level, const char* line) { this->log(level, "%s", line); });

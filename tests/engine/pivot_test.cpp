@@ -208,7 +208,7 @@ TEST(factorize_matrix, zero_pivot_names_its_DOF_or_is_replaced)
     {
         symmetric_hybrid_OOC<double> A = dense(a, 3);
         fake_solver s;
-        factorize_matrix(A, ids, false, s, timer);
+        factorize_matrix(A, ids, false, s, timer, s.rec.error_DOF);
         EXPECT_EQ(s.rec.error_code, pivot_error);
         EXPECT_EQ(s.rec.title, "Pivot error.");
         EXPECT_EQ(s.rec.error_DOF, 109u);
@@ -218,7 +218,7 @@ TEST(factorize_matrix, zero_pivot_names_its_DOF_or_is_replaced)
     {
         symmetric_hybrid_OOC<double> A = dense(a, 3);
         fake_solver s;
-        factorize_matrix(A, ids, true, s, timer);
+        factorize_matrix(A, ids, true, s, timer, s.rec.error_DOF);
         EXPECT_EQ(s.rec.error_code, no_error);
         EXPECT_EQ(s.rec.pivot_min, 0.0);
         // A replaced zero pivot is still the smallest: the spread warns.
@@ -234,7 +234,7 @@ TEST(factorize_matrix, warning_threshold_is_strict)
     for (const auto& [small, warns] : {std::pair{1e-12, false}, std::pair{0.99e-12, true}}) {
         symmetric_hybrid_OOC<double> A = dense({1.0, 0.0, 0.0, small}, 2);
         fake_solver s;
-        factorize_matrix(A, ids, false, s, timer);
+        factorize_matrix(A, ids, false, s, timer, s.rec.error_DOF);
         EXPECT_EQ(s.rec.error_code, no_error);
         EXPECT_EQ(s.rec.warning_code, warns ? pivot_warning : no_error) << small;
         if (warns) {
@@ -245,7 +245,7 @@ TEST(factorize_matrix, warning_threshold_is_strict)
     symmetric_hybrid_OOC<double> A = dense({1.0, 0.0, 0.0, 0.0}, 2);
     fake_solver s;
     s.rec.error_code = memory_error;
-    factorize_matrix(A, ids, false, s, timer);
+    factorize_matrix(A, ids, false, s, timer, s.rec.error_DOF);
     EXPECT_EQ(s.rec.pivot_max, 0.0);
     EXPECT_EQ(A.get(0, 0), 1.0);
 }

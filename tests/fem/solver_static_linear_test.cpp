@@ -746,3 +746,42 @@ TEST(solver_static_linear, a_stiffness_spread_beyond_1e12_warns_and_solves)
 }
 
 } // namespace
+
+TEST(solver_static_linear, a_matrix_on_disk_gives_the_results_in_core)
+{
+    // A slender hexa27 beam whose matrix (a few MB) exceeds a budget of 1 MB.
+    test_context t;
+    const double size[3] = {30.0, 1.0, 1.0};
+    mesh m = box_mesh(element_hexa27, size, {30, 2, 2});
+    const unsigned model = t.solid(m, 1000.0, 0.3);
+    fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.pos(0, node) == 0.0) {
+            EXPECT_EQ(DOFs.set(node, displacement_tag, false), no_error);
+        }
+    fem::problem_data problem(t.ctx, m.pos, DOFs, model, 2);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.used[node] && m.pos(0, node) == size[0]) {
+            EXPECT_EQ(problem.get_loads_mgr(0).record_DOF_load(dof(node, 2), -1.0, no_func), no_error);
+            EXPECT_EQ(problem.get_loads_mgr(1).record_DOF_load(dof(node, 1), 0.5, no_func), no_error);
+        }
+    t.ctx.set_max_threads(1);
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type in_core(problem), on_disk(problem);
+    solver.run(in_core);
+    ASSERT_EQ(in_core.error_code, no_error) << in_core.msg_title;
+    EXPECT_FALSE(in_core.uses_disk);
+    ASSERT_GT(in_core.K_size_MB, 2.0);
+    ASSERT_EQ(t.ctx.set_max_incore_size(1), no_error);
+    solver.run(on_disk);
+    ASSERT_EQ(on_disk.error_code, no_error) << on_disk.msg_title << on_disk.msg_detail;
+    EXPECT_TRUE(on_disk.uses_disk);
+    // One thread sums in the same order in core and on disk.
+    for (unsigned j = 0; j < 2; ++j) {
+        const dense1D<double, 8> a = in_core.U.col(j), b = on_disk.U.col(j);
+        ASSERT_EQ(a.size(), b.size());
+        for (unsigned r = 0; r < a.size(); ++r) ASSERT_EQ(a[r], b[r]) << r;
+        EXPECT_EQ(in_core.energies[j], on_disk.energies[j]);
+    }
+    EXPECT_EQ(in_core.pivot_min, on_disk.pivot_min);
+}
