@@ -134,6 +134,7 @@ void block_proxy_data::reset() noexcept
     }
     drop_window();
     storage_.release();
+    scratch_.release();
     window_base_ = pending_values_ = nullptr;
     window_bytes_ = pending_capacity_ = pending_used_ = 0;
     pending_.clear();
@@ -350,7 +351,12 @@ error_type block_proxy_data::add_values(unsigned b, unsigned row, const double* 
             return no_error;
         }
     }
-    const symmetric_skyline_block& view = blocks_[b];
+    return add_row_to(blocks_[b], row, values, columns, count);
+}
+
+error_type block_proxy_data::add_row_to(const symmetric_skyline_block& view, unsigned row, const double* values,
+                                        const unsigned* columns, unsigned count) noexcept
+{
     if (row < view.first || row >= view.end()) return internal_error;
     unsigned hint = view.dim;
     for (unsigned i = 0; i < count; ++i) {
@@ -383,7 +389,12 @@ error_type block_proxy_data::add_column(unsigned b, unsigned column, unsigned fi
             return no_error;
         }
     }
-    const symmetric_skyline_block& view = blocks_[b];
+    return add_column_to(blocks_[b], column, first_row, values, count, factor);
+}
+
+error_type block_proxy_data::add_column_to(const symmetric_skyline_block& view, unsigned column, unsigned first_row,
+                                           const double* values, unsigned count, double factor) noexcept
+{
     unsigned n = count;
     if (first_row + n - 1 == column) view.values[column - view.first] += factor * values[--n];
     if (n == 0) return no_error;
@@ -394,14 +405,45 @@ error_type block_proxy_data::add_column(unsigned b, unsigned column, unsigned fi
     return no_error;
 }
 
-error_type block_proxy_data::apply(const buff_data_type& r) noexcept
+error_type block_proxy_data::apply(const symmetric_skyline_block& view, const buff_data_type& r) noexcept
 {
     const double* v = pending_values_ + r.begin;
-    if (r.first_row == none) {
-        // Straight into the window: the block is there now.
-        return add_values(r.block, r.row, v, pending_indices_.data() + r.begin, r.end - r.begin, false);
+    if (r.first_row == none) return add_row_to(view, r.row, v, pending_indices_.data() + r.begin, r.end - r.begin);
+    return add_column_to(view, r.row, r.first_row, v, r.end - r.begin, 1.0);
+}
+
+// Adds the records [from, to) of one block outside the window to the file: the
+// block alone goes through a scratch buffer, the window stays. Sectors shared
+// with the window are copied into it too, since the window writes them back whole.
+error_type block_proxy_data::add_through_scratch(const buff_data_type* from, const buff_data_type* to) noexcept
+{
+    const temp_dir_type& dir = mgr_->temp_dir;
+    const unsigned b = from->block;
+    const std::uint64_t pos = value_pos_[b] * 8, bytes = (value_pos_[b + 1] - value_pos_[b]) * 8;
+    if (auto e = dir.aligned_resize(scratch_, std::size_t(bytes), 2); e != no_error) return e;
+    char* view_at = nullptr;
+    if (auto e = dir.read_range(scratch_.data(), scratch_.capacity(), file_, pos, std::size_t(bytes), view_at);
+        e != no_error)
+        return e;
+    bytes_read_ += bytes;
+    symmetric_skyline_block view = blocks_[b];
+    view.values = reinterpret_cast<double*>(view_at);
+    if (!written_[b]) std::fill(view.values, view.values + view.nbr_values(), default_value_);
+    for (const buff_data_type* r = from; r != to; ++r)
+        if (auto e = apply(view, *r); e != no_error) return e;
+    if (auto e = dir.write_range(scratch_.data(), scratch_.capacity(), file_, pos, std::size_t(bytes)); e != no_error)
+        return e;
+    bytes_written_ += bytes;
+    written_[b] = true;
+    if (blocks_held_) {
+        const std::uint64_t w0 = dir.round_down(value_pos_[first_block_] * 8), w1 = dir.round_up(value_pos_[window_end()] * 8);
+        // Only the block's own bytes: the rest of a shared sector is newer in the window.
+        const std::uint64_t lo = std::max(w0, pos), hi = std::min(w1, pos + bytes), s0 = dir.round_down(pos);
+        if (lo < hi)
+            std::memcpy(static_cast<char*>(storage_.data()) + (lo - w0), static_cast<const char*>(scratch_.data()) + (lo - s0),
+                        std::size_t(hi - lo));
     }
-    return add_column(r.block, r.row, r.first_row, v, r.end - r.begin, 1.0, false);
+    return no_error;
 }
 
 error_type block_proxy_data::flush_pending(bool reload) noexcept
@@ -411,15 +453,26 @@ error_type block_proxy_data::flush_pending(bool reload) noexcept
     std::stable_sort(pending_.begin(), pending_.end(),
                      [](const buff_data_type& a, const buff_data_type& b) { return a.block < b.block; });
     error_type e = no_error;
-    for (const buff_data_type& r : pending_) {
-        if (!find_block(r.block)) {
-            if ((e = flush_window()) != no_error || (e = load_from(r.block, true)) != no_error) break;
+    for (std::size_t i = 0; i < pending_.size() && e == no_error;) {
+        const buff_data_type& r = pending_[i];
+        if (const symmetric_skyline_block* view = find_block(r.block)) {
+            e = apply(*view, r);
+            ++i;
+            continue;
         }
-        if ((e = apply(r)) != no_error) break;
+        if (reload) {
+            std::size_t j = i + 1;
+            while (j < pending_.size() && pending_[j].block == r.block) ++j;
+            e = add_through_scratch(&pending_[i], &pending_[j]);
+            i = j;
+            continue;
+        }
+        if ((e = flush_window()) == no_error) e = load_from(r.block, true);
     }
     pending_.clear();
     pending_used_ = 0;
-    if (e == no_error) e = flush_window();
+    // Kept, the window stays as it is; moved, it is written where the sweep ended.
+    if (e == no_error && !reload) e = flush_window();
     if (e == no_error && reload && first_block_ != remembered) e = load_from(remembered, true);
     return e;
 }

@@ -128,11 +128,18 @@ private:
     void drop_window() noexcept;
     [[nodiscard]] error_type resize_storage(bool full) noexcept;
     void split_storage(bool with_pending) noexcept;
-    [[nodiscard]] error_type apply(const buff_data_type& r) noexcept;
+    [[nodiscard]] error_type apply(const symmetric_skyline_block& view, const buff_data_type& r) noexcept;
+    [[nodiscard]] error_type add_through_scratch(const buff_data_type* from, const buff_data_type* to) noexcept;
+    [[nodiscard]] static error_type add_row_to(const symmetric_skyline_block& view, unsigned row, const double* values,
+                                               const unsigned* columns, unsigned count) noexcept;
+    [[nodiscard]] static error_type add_column_to(const symmetric_skyline_block& view, unsigned column,
+                                                  unsigned first_row, const double* values, unsigned count,
+                                                  double factor) noexcept;
     [[nodiscard]] error_type make_room(unsigned count, bool reload) noexcept;
     void reset() noexcept;
 
     sector_buffer storage_; // window values, then pending values
+    sector_buffer scratch_; // one block outside the window, while additions reach it
     double* window_base_ = nullptr;   // where the first block of the window starts
     std::size_t window_bytes_ = 0;    // part of storage that serves the window
     double* pending_values_ = nullptr;
