@@ -31,20 +31,14 @@ namespace {
 void run(unsigned n)
 {
     bench::hexa8_block mesh{4 * n, n, n};
-    dense1D<unsigned, 8> DOFs, clamped;
-    std::vector<unsigned> ptr, ids;
-    mesh.connectivity(DOFs, ptr, ids, clamped);
-
-    auto t0 = clock_type::now();
     vector_fast free_IDs;
     core::profile_type profile;
-    unsigned value_bytes = 0, index_bytes = 0;
-    if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
-        no_error) {
+    const double t_order = mesh.number(free_IDs, profile);
+    if (t_order < 0) {
         std::printf("numbering failed\n");
         return;
     }
-    const double t_order = seconds_since(t0);
+    auto t0 = clock_type::now();
     const unsigned rows = free_IDs.size();
     std::printf("\n%u x %u x %u hexa8, %u DOFs, %u blocks\n", mesh.nx, mesh.ny, mesh.nz, rows, profile.size());
     std::printf("  ordering and profile : %8.3f s\n", t_order);

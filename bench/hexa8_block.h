@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <vector>
 
@@ -65,6 +66,21 @@ struct hexa8_block {
         for (int n = 0; n < 8; ++n)
             for (int c = 0; c < 3; ++c) ids[3 * n + c] = nodes[n] * 9 + c;
         return ids;
+    }
+
+    // The order and block profile of the free DOFs; the seconds that took, negative
+    // when it failed.
+    double number(vector_fast& free_IDs, core::profile_type& profile) const
+    {
+        dense1D<unsigned, 8> DOFs, clamped;
+        std::vector<unsigned> ptr, ids;
+        connectivity(DOFs, ptr, ids, clamped);
+        const auto t0 = std::chrono::steady_clock::now();
+        unsigned value_bytes = 0, index_bytes = 0;
+        if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
+            no_error)
+            return -1.0;
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     }
 
     void connectivity(dense1D<unsigned, 8>& DOFs, std::vector<unsigned>& ptr, std::vector<unsigned>& ids,

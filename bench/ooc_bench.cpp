@@ -60,14 +60,9 @@ int main(int argc, char** argv)
     const unsigned threads = argc > 2 ? unsigned(std::atoi(argv[2])) : 2;
     const std::string folder = argc > 3 ? argv[3] : "/tmp/";
     bench::hexa8_block mesh{4 * n, n, n};
-    dense1D<unsigned, 8> DOFs, clamped;
-    std::vector<unsigned> ptr, ids;
-    mesh.connectivity(DOFs, ptr, ids, clamped);
     vector_fast free_IDs;
     core::profile_type profile;
-    unsigned value_bytes = 0, index_bytes = 0;
-    if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
-        no_error) {
+    if (mesh.number(free_IDs, profile) < 0) {
         std::printf("numbering failed\n");
         return 1;
     }

@@ -42,10 +42,10 @@ error_type matrix_product_assembler::add_diagonal(const dense1D<double, 8>& valu
     return no_error;
 }
 
-error_type matrix_product_assembler::add_general(const dense2D<double>& values, const dense1D<unsigned, 8>& IDs)
+template <class Matrix>
+error_type matrix_product_assembler::add_product(const Matrix& values, const dense1D<unsigned, 8>& IDs)
 {
     const unsigned m = IDs.size();
-    if (is_null() || values.rows() != m || values.cols() != m) return no_error;
     if (!gather(IDs)) return memory_error;
     for (unsigned i = 0; i < m; ++i) {
         if (!y_rows_.holds(local_rows_[i])) continue;
@@ -56,19 +56,18 @@ error_type matrix_product_assembler::add_general(const dense2D<double>& values, 
     return no_error;
 }
 
+error_type matrix_product_assembler::add_general(const dense2D<double>& values, const dense1D<unsigned, 8>& IDs)
+{
+    const unsigned m = IDs.size();
+    if (is_null() || values.rows() != m || values.cols() != m) return no_error;
+    return add_product(values, IDs);
+}
+
 error_type matrix_product_assembler::add_symmetric(const symmetric_full<double>& values,
                                                    const dense1D<unsigned, 8>& IDs, bool symmetric)
 {
-    const unsigned m = IDs.size();
-    if (!symmetric || is_null() || values.order() != m) return no_error;
-    if (!gather(IDs)) return memory_error;
-    for (unsigned i = 0; i < m; ++i) {
-        if (!y_rows_.holds(local_rows_[i])) continue;
-        double s = 0.0;
-        for (unsigned j = 0; j < m; ++j) s += values(i, j) * local_x_[j];
-        y_[local_rows_[i]] += factor_ * s;
-    }
-    return no_error;
+    if (!symmetric || is_null() || values.order() != IDs.size()) return no_error;
+    return add_product(values, IDs);
 }
 
 error_type copy_matrix_values(const symmetric_hybrid_OOC<double>& from, symmetric_hybrid_OOC<double>& to)

@@ -201,6 +201,9 @@ public:
 private:
     // Rows of the element's DOFs, and the values of x there (0 outside its range).
     [[nodiscard]] bool gather(const dense1D<unsigned, 8>& IDs);
+    // y += factor values x over the element's rows that lie in the y range.
+    template <class Matrix>
+    [[nodiscard]] error_type add_product(const Matrix& values, const dense1D<unsigned, 8>& IDs);
 
     const vector_fast& rows_;
     const double* x_;
