@@ -280,6 +280,12 @@ public:
     }
     unsigned threads() const noexcept { return std::max(1u, this->context->process_mgr->max_threads); }
     unsigned LLC_size() const noexcept { return this->context->process_mgr->LLC_size; }
+    // The statistics count the zeros of the whole matrix: not for a log nobody reads.
+    void log_statistics(const symmetric_hybrid_OOC<double>& A) const
+    {
+        if (this->settings.log_hdl)
+            print_statistics(A, [&](unsigned level, const char* line) { this->log(level, "%s", line); });
+    }
     // The budget that large matrices share, null when all stay in core.
     OOC_mgr* OOC_manager() const noexcept { return this->context ? the_OOC_mgr(*this->context) : nullptr; }
     unsigned nbr_free() const noexcept { return free_IDs ? free_IDs->size() : 0; }
@@ -636,7 +642,7 @@ bool solver_static_linear<T, S, D>::assemble_K(matrix_type& A)
     }
     this->log(1, "Numerical assembly matrix K        : %10.2f s.\n", data.time_K_assembly);
     if (data.error_code != no_error) return false;
-    print_statistics(A.matrix, [&](unsigned level, const char* line) { this->log(level, "%s", line); });
+    log_statistics(A.matrix);
     return true;
 }
 
@@ -667,7 +673,7 @@ bool solver_static_linear<T, S, D>::factorise(matrix_type& A, matrix_type* into)
             factorize_matrix(F.matrix, *free_IDs, force, *this, counted, data.bad_pivot_ID);
     }
     this->log(1, "Factorization matrix K             : %10.2f s.\n", data.time_factorization);
-    print_statistics(F.matrix, [&](unsigned level, const char* line) { this->log(level, "%s", line); });
+    log_statistics(F.matrix);
     if (F.nbr_rows() > 0 && data.error_code == no_error) {
         this->log(2, "  pivot max              : %+E \n", data.pivot_max);
         this->log(2, "  pivot min              : %+E \n", data.pivot_min);
