@@ -2,7 +2,10 @@
 // disk giving the results of the same matrix in core.
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include <cmath>
 #include <cstdlib>
@@ -128,6 +131,20 @@ struct matrix_pair {
     std::vector<double> reference;
 };
 
+// About 1/parts of a matrix on `profile`, never below the least it works with;
+// parts 0: that least.
+unsigned budget_for(const core::profile_type& profile, unsigned rows, unsigned parts)
+{
+    symmetric_hybrid_OOC<double> probe;
+    EXPECT_EQ(probe.create(profile, rows), no_error);
+    const block_proxy_data& d = *probe.proxy();
+    std::uint64_t full = (d.nbr_values() + d.nbr_segments()) * 8, largest = 0;
+    for (unsigned b = 0; b < d.nbr_blocks(); ++b)
+        largest = std::max<std::uint64_t>(largest, (d.shape(b).nbr_values() + d.shape(b).nbr_segments) * 8);
+    const std::uint64_t least = std::uint64_t(double(largest) * 1.25) + 1;
+    return unsigned(parts ? std::max(full / parts, least) : least);
+}
+
 void build(matrix_pair& m, OOC_mgr* mgr, unsigned windows)
 {
     const test::dof_model model = test::grid_model(14, 7, 6, 3);
@@ -135,12 +152,7 @@ void build(matrix_pair& m, OOC_mgr* mgr, unsigned windows)
     m.n = m.num.free_IDs.size();
     ASSERT_EQ(m.in_core.create(m.num.profile, m.n), no_error);
     test::assemble_random_spd(model, m.num.free_IDs, m.in_core, m.reference, 5);
-    const block_proxy_data& d = *m.in_core.proxy();
-    std::uint64_t full = (d.nbr_values() + d.nbr_segments()) * 8, largest = 0;
-    for (unsigned b = 0; b < d.nbr_blocks(); ++b)
-        largest = std::max<std::uint64_t>(largest, (d.shape(b).nbr_values() + d.shape(b).nbr_segments) * 8);
-    const std::uint64_t least = std::uint64_t(double(largest) * 1.25) + 1;
-    mgr->max_incore_size = unsigned(windows ? std::max(full / windows, least) : least);
+    mgr->max_incore_size = budget_for(m.num.profile, m.n, windows);
     ASSERT_EQ(m.on_disk.create(m.num.profile, m.n, 0.0, mgr), no_error);
     std::vector<double> again;
     test::assemble_random_spd(model, m.num.free_IDs, m.on_disk, again, 5);
@@ -222,13 +234,8 @@ TEST(out_of_core_matrix, starts_at_its_default_value_without_any_transfer)
     Ptr<OOC_mgr> mgr = manager(0xFFFFFFFE, folder);
     const test::numbered num = test::number(test::grid_model(10, 6, 6, 3));
     const unsigned n = num.free_IDs.size();
-    symmetric_hybrid_OOC<double> probe, A;
-    ASSERT_EQ(probe.create(num.profile, n), no_error);
-    const block_proxy_data& p = *probe.proxy();
-    std::uint64_t largest = 0;
-    for (unsigned b = 0; b < p.nbr_blocks(); ++b)
-        largest = std::max<std::uint64_t>(largest, (p.shape(b).nbr_values() + p.shape(b).nbr_segments) * 8);
-    mgr->max_incore_size = unsigned(std::max<std::uint64_t>((p.nbr_values() + p.nbr_segments()) * 2, largest * 5 / 4 + 1));
+    symmetric_hybrid_OOC<double> A;
+    mgr->max_incore_size = budget_for(num.profile, n, 4);
     ASSERT_EQ(A.create(num.profile, n, 1.5, mgr.get()), no_error);
     block_proxy_data& d = *A.proxy();
     ASSERT_LT(d.blocks_held(), d.nbr_blocks());
@@ -324,5 +331,27 @@ TEST(out_of_core_dense, columns_move_through_a_window_and_come_back_as_written)
         EXPECT_EQ(z.proxy->window_cols, 2u);
         EXPECT_EQ(z.col_read(8)[99], std::complex<double>(3.0, 4.0));
     }
+    EXPECT_EQ(folder.entries(), 0u);
+}
+
+TEST(out_of_core_matrix, a_killed_process_leaves_no_swap_file)
+{
+    swap_folder folder;
+    const test::numbered num = test::number(test::grid_model(10, 6, 6, 3));
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        Ptr<OOC_mgr> mgr = manager(0xFFFFFFFE, folder);
+        mgr->max_incore_size = budget_for(num.profile, num.free_IDs.size(), 4);
+        symmetric_hybrid_OOC<double> A;
+        if (A.create(num.profile, num.free_IDs.size(), 1.0, mgr.get()) != no_error || mgr->files_created == 0)
+            ::_exit(1);
+        (void)A.get(0, 0);
+        ::kill(::getpid(), SIGKILL); // no destructor, no clean-up of any kind
+        ::_exit(2);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the child could not build its matrix";
     EXPECT_EQ(folder.entries(), 0u);
 }

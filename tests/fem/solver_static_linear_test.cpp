@@ -20,7 +20,8 @@ namespace {
 constexpr unsigned no_func = 0xFFFFFFFFu; // no evolution function: constant loads
 
 // ---------------------------------------------------------------------------------
-// Meshes of a box in hexahedra, or in the wedges and tetrahedra that split them.
+// Meshes of a box in hexahedra, or in the wedges, tetrahedra and pyramids that
+// split them.
 // Higher-order nodes sit at the mean of the vertices they depend on, so that
 // elements keep straight edges and a linear field stays in their span.
 
@@ -35,9 +36,17 @@ struct mesh {
 
 using parents = std::vector<unsigned>; // local vertices a node depends on
 
-// Base cells of one hexahedron with corners c (hexa8 order), in a linear type.
-std::vector<std::vector<unsigned>> split(element_type base, const unsigned (&c)[8])
+// Base cells of one hexahedron with corners c (hexa8 order), in a linear type;
+// pyramids take the node `centre` as their common apex.
+std::vector<std::vector<unsigned>> split(element_type base, const unsigned (&c)[8], unsigned centre)
 {
+    if (base == element_pyramid5) {
+        // One pyramid a face, its base turning positively seen from the apex inside.
+        const unsigned faces[6][4] = {{0, 1, 2, 3}, {4, 7, 6, 5}, {0, 4, 5, 1}, {3, 2, 6, 7}, {0, 3, 7, 4}, {1, 5, 6, 2}};
+        std::vector<std::vector<unsigned>> out;
+        for (const auto& f : faces) out.push_back({c[f[0]], c[f[1]], c[f[2]], c[f[3]], centre});
+        return out;
+    }
     if (base == element_hexa8) return {{c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]}};
     if (base == element_wedge6) return {{c[0], c[1], c[2], c[4], c[5], c[6]}, {c[0], c[2], c[3], c[4], c[6], c[7]}};
     // Six tetrahedra around the main diagonal c0 - c6, one per monotone path along
@@ -67,6 +76,7 @@ std::vector<parents> extra_nodes(element_type type)
         return {{0, 3}, {1, 4}, {2, 5}, {1, 2}, {2, 0}, {0, 1}, {4, 5}, {5, 3}, {3, 4},
                 {2, 1, 4, 5}, {0, 2, 5, 3}, {1, 0, 3, 4}};
     case element_tetra10: return {{1, 2}, {2, 0}, {0, 1}, {0, 3}, {1, 3}, {2, 3}};
+    case element_pyramid14: return {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 4}, {2, 4}, {3, 4}, {0, 1, 2, 3}};
     default: return {};
     }
 }
@@ -75,6 +85,7 @@ element_type base_of(element_type t)
 {
     return t == element_hexa27 ? element_hexa8 : t == element_wedge18 ? element_wedge6
                                              : t == element_tetra10 ? element_tetra4
+                                             : t == element_pyramid14 ? element_pyramid5
                                                                     : t;
 }
 
@@ -106,7 +117,15 @@ mesh box_mesh(element_type type, const double (&size)[3], const unsigned (&n)[3]
                 const unsigned c[8] = {vertex(i, j, k),         vertex(i + 1, j, k),     vertex(i + 1, j + 1, k),
                                        vertex(i, j + 1, k),     vertex(i, j, k + 1),     vertex(i + 1, j, k + 1),
                                        vertex(i + 1, j + 1, k + 1), vertex(i, j + 1, k + 1)};
-                for (std::vector<unsigned> cell : split(base_of(type), c)) {
+                unsigned centre = 0;
+                if (base_of(type) == element_pyramid5) {
+                    std::array<double, 3> p = {0, 0, 0};
+                    for (unsigned v : c)
+                        for (unsigned d = 0; d < 3; ++d) p[d] += x[v][d] / 8;
+                    centre = unsigned(x.size());
+                    x.push_back(p);
+                }
+                for (std::vector<unsigned> cell : split(base_of(type), c, centre)) {
                     const std::vector<unsigned> base = cell;
                     for (const parents& local : extra) {
                         parents key;
@@ -321,7 +340,7 @@ TEST_P(static_linear_patch, boundary_values_of_a_linear_field_give_it_inside_exa
 
 INSTANTIATE_TEST_SUITE_P(volume_shapes, static_linear_patch,
                          testing::Values(element_hexa8, element_hexa27, element_wedge6, element_wedge18,
-                                         element_tetra4, element_tetra10),
+                                         element_tetra4, element_tetra10, element_pyramid5, element_pyramid14),
                          [](const testing::TestParamInfo<element_type>& p) {
                              switch (p.param) {
                              case element_hexa8: return std::string("hexa8");
@@ -329,6 +348,8 @@ INSTANTIATE_TEST_SUITE_P(volume_shapes, static_linear_patch,
                              case element_wedge6: return std::string("wedge6");
                              case element_wedge18: return std::string("wedge18");
                              case element_tetra4: return std::string("tetra4");
+                             case element_pyramid5: return std::string("pyramid5");
+                             case element_pyramid14: return std::string("pyramid14");
                              default: return std::string("tetra10");
                              }
                          });
