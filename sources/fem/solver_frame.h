@@ -105,6 +105,13 @@ public:
         va_end(args);
         settings.log_hdl(settings.user_data, level, line);
     }
+    // True when `megabytes` pass the context's limit. The default limit, 0xFFFFFFFF,
+    // is none: a model whose estimate no longer fits 32 bits still runs where memory allows.
+    bool above_total_limit(double megabytes) const
+    {
+        const unsigned limit = context ? context->process_mgr->max_total_size : 0xFFFFFFFFu;
+        return limit != 0xFFFFFFFFu && double(limit) < megabytes;
+    }
     void log_memory(unsigned level, const char* format, unsigned count, double megabytes) const
     {
         log(level, format, count, megabytes);
@@ -117,7 +124,7 @@ public:
     {
         double total = 0.0;
         for (double b : request_bytes) total += b * bytes_to_MB;
-        if (context && double(context->process_mgr->max_total_size) < total) {
+        if (above_total_limit(total)) {
             raise_error(insufficient_memory_error, "Insufficient memory.", file, line);
             return false;
         }

@@ -496,7 +496,7 @@ void solver_static_linear<T, S, D>::size_solution()
 
     data.RHS_size_MB = double(data.nbr_rows) * double(U->cols()) * 8.0 * bytes_to_MB;
     data.total_size_MB += data.K_size_MB + data.RHS_size_MB;
-    if (double(this->context->process_mgr->max_total_size) < data.total_size_MB)
+    if (this->above_total_limit(data.total_size_MB))
         KELT_RAISE(*this, insufficient_memory_error, "Insufficient memory.");
 }
 
