@@ -97,16 +97,14 @@ TEST(DOFs_mgr_get_info, inverse_of_ID)
             EXPECT_EQ(comp, place - 6);
         }
     }
-    unsigned node = 0, comp = 9;
-    field_tag f = field_tag(0);
-    t.get_info(33, node, f, comp, false);
-    EXPECT_EQ(node, 3u);
-    EXPECT_EQ(f, temperature_tag);
-    EXPECT_EQ(comp, 0u);
-    t.get_info(34, node, f, comp, false);
-    EXPECT_EQ(node, 3u);
-    EXPECT_EQ(f, temperature_tag);
-    EXPECT_EQ(comp, 1u);
+    for (unsigned place : {6u, 7u}) { // without the flag, place 7 is the temperature's component 1
+        unsigned node = 0, comp = 9;
+        field_tag f = field_tag(0);
+        t.get_info(27 + place, node, f, comp, false);
+        EXPECT_EQ(node, 3u);
+        EXPECT_EQ(f, temperature_tag);
+        EXPECT_EQ(comp, place - 6);
+    }
 }
 
 TEST(DOFs_mgr_get_info, added_nodes_map_to_their_regular_node)
@@ -189,7 +187,9 @@ TEST(DOFs_mgr_bits, neighbours_across_the_word_boundary)
     EXPECT_EQ(ids_of(t, true), (std::vector<unsigned>{31, 63, 64}));
 }
 
-TEST(DOFs_mgr_resize, keeps_old_bits_and_fills_new_ones)
+// Growth keeps the old bits and fills the new ones; bits cut off by a shrink must
+// not come back with a later growth.
+TEST(DOFs_mgr_resize, keeps_old_bits_fills_new_ones_and_forgets_cut_ones)
 {
     for (unsigned n = 1; n < 12; ++n) {
         SCOPED_TRACE(n);
@@ -201,21 +201,13 @@ TEST(DOFs_mgr_resize, keeps_old_bits_and_fills_new_ones)
         for (unsigned p = 0; p < 9; ++p) last_node.push_back(9 * (n - 1) + p);
         EXPECT_EQ(ids_of(t, true), last_node);
         EXPECT_EQ(t.nbr_DOFs(true) + t.nbr_DOFs(false), t.size());
-    }
-}
 
-// Bits cut off by a shrink must not come back with a later growth.
-TEST(DOFs_mgr_resize, shrink_then_grow_forgets_the_cut_bits)
-{
-    for (unsigned n = 2; n < 12; ++n) {
-        SCOPED_TRACE(n);
-        DOFs_mgr t(n, true);
-        t.resize(n - 1, true);
-        EXPECT_EQ(t.size(), 9 * (n - 1));
-        EXPECT_EQ(t.nbr_DOFs(true), 9 * (n - 1));
-        t.resize(n, false);
-        EXPECT_EQ(t.nbr_DOFs(true), 9 * (n - 1));
-        EXPECT_EQ(t.nbr_DOFs(false), 9u);
+        DOFs_mgr u(n + 1, true);
+        u.resize(n, true);
+        EXPECT_EQ(u.size(), 9 * n);
+        u.resize(n + 1, false);
+        EXPECT_EQ(u.nbr_DOFs(true), 9 * n);
+        EXPECT_EQ(u.nbr_DOFs(false), 9u);
     }
 }
 

@@ -55,11 +55,17 @@ struct loop_fixture : ::testing::Test {
         EXPECT_EQ(model->record(), no_error);
     }
     void set_threads(unsigned n) { mc.ctx->process_mgr->max_threads = n; }
-    error_type run(dense_assembler& K, sum_vector_assembler& F, core::element_pass_type& pass)
+    // One stiffness pass into fresh assemblers.
+    struct pass_run {
+        dense_assembler K;
+        sum_vector_assembler F;
+        core::element_pass_type pass;
+    };
+    error_type run(pass_run& r)
     {
-        pass.matrix = &K;
-        pass.vector = &F;
-        return model->run_elements(core::kind_stiffness, pass);
+        r.pass.matrix = &r.K;
+        r.pass.vector = &r.F;
+        return model->run_elements(core::kind_stiffness, r.pass);
     }
     model_context mc;
     Ptr<ring_model> model;
@@ -72,17 +78,15 @@ TEST_F(loop_fixture, assembly_is_bit_identical_on_1_2_and_8_threads)
     for (unsigned nt : {1u, 2u, 8u}) {
         SCOPED_TRACE(nt);
         set_threads(nt);
-        dense_assembler K;
-        sum_vector_assembler F;
-        core::element_pass_type pass;
-        ASSERT_EQ(run(K, F, pass), no_error);
-        EXPECT_EQ(K.calls, 997u);
+        pass_run r;
+        ASSERT_EQ(run(r), no_error);
+        EXPECT_EQ(r.K.calls, 997u);
         std::vector<double> flat;
-        for (unsigned c = 0; c < K.n; ++c)
-            for (unsigned r = 0; r < K.n; ++r) flat.push_back(K.get(r, c));
-        for (const auto& [ID, f] : F.sums) flat.push_back(f);
+        for (unsigned c = 0; c < r.K.n; ++c)
+            for (unsigned i = 0; i < r.K.n; ++i) flat.push_back(r.K.get(i, c));
+        for (const auto& [ID, f] : r.F.sums) flat.push_back(f);
         matrices.push_back(flat);
-        energies.push_back(pass.total_energy);
+        energies.push_back(r.pass.total_energy);
     }
     EXPECT_TRUE(matrices[1] == matrices[0]);
     EXPECT_TRUE(matrices[2] == matrices[0]);
@@ -96,16 +100,14 @@ TEST_F(loop_fixture, the_first_failure_in_element_order_stops_the_loop)
     for (unsigned nt : {1u, 2u, 8u}) {
         SCOPED_TRACE(nt);
         set_threads(nt);
-        dense_assembler K;
-        sum_vector_assembler F;
-        core::element_pass_type pass;
-        EXPECT_EQ(run(K, F, pass), element_geometry_error);
+        pass_run r;
+        EXPECT_EQ(run(r), element_geometry_error);
         // None after the failing one is assembled. Serially all before it are; on
         // threads, one that had not started when the failure was seen is skipped.
         if (nt == 1)
-            EXPECT_EQ(K.calls, 300u);
+            EXPECT_EQ(r.K.calls, 300u);
         else
-            EXPECT_LE(K.calls, 300u);
+            EXPECT_LE(r.K.calls, 300u);
     }
 }
 
@@ -113,43 +115,34 @@ TEST_F(loop_fixture, a_zero_evolution_factor_leaves_the_assemblers_untouched)
 {
     set_threads(2);
     model->evolution_func_ID = mc.ctx->evolution_funcs_mgr->create_cste(0.0);
-    dense_assembler K;
-    sum_vector_assembler F;
-    core::element_pass_type pass;
-    EXPECT_EQ(run(K, F, pass), no_error);
-    EXPECT_EQ(K.calls, 0u);
-    EXPECT_TRUE(F.sums.empty());
+    pass_run zero;
+    EXPECT_EQ(run(zero), no_error);
+    EXPECT_EQ(zero.K.calls, 0u);
+    EXPECT_TRUE(zero.F.sums.empty());
     EXPECT_EQ(model->computed, 0u);
 
     // A function of 2 doubles everything; an index past the functions is 1.
     model->evolution_func_ID = mc.ctx->evolution_funcs_mgr->create_cste(2.0);
-    dense_assembler K2;
-    sum_vector_assembler F2;
-    core::element_pass_type pass2;
-    ASSERT_EQ(run(K2, F2, pass2), no_error);
+    pass_run twice, once;
+    ASSERT_EQ(run(twice), no_error);
     model->evolution_func_ID = 1000;
-    dense_assembler K1;
-    sum_vector_assembler F1;
-    core::element_pass_type pass1;
-    ASSERT_EQ(run(K1, F1, pass1), no_error);
-    EXPECT_EQ(pass2.total_energy, 2.0 * pass1.total_energy);
-    for (unsigned r = 0; r < K1.n; ++r) EXPECT_EQ(K2.get(r, r), 2.0 * K1.get(r, r));
+    ASSERT_EQ(run(once), no_error);
+    EXPECT_EQ(twice.pass.total_energy, 2.0 * once.pass.total_energy);
+    for (unsigned i = 0; i < once.K.n; ++i) EXPECT_EQ(twice.K.get(i, i), 2.0 * once.K.get(i, i));
 }
 
 TEST_F(loop_fixture, one_element_or_none_past_the_end)
 {
     set_threads(8);
-    dense_assembler K;
-    sum_vector_assembler F;
-    core::element_pass_type pass;
-    pass.element = 5;
-    ASSERT_EQ(run(K, F, pass), no_error);
-    EXPECT_EQ(K.calls, 1u);
-    EXPECT_EQ(pass.total_energy, 1.0 + 5 % 5);
-    pass.element = 997;
+    pass_run r;
+    r.pass.element = 5;
+    ASSERT_EQ(run(r), no_error);
+    EXPECT_EQ(r.K.calls, 1u);
+    EXPECT_EQ(r.pass.total_energy, 1.0 + 5 % 5);
+    r.pass.element = 997;
     const unsigned before = model->computed;
-    EXPECT_EQ(run(K, F, pass), no_error);
-    EXPECT_EQ(K.calls, 1u);
+    EXPECT_EQ(run(r), no_error);
+    EXPECT_EQ(r.K.calls, 1u);
     EXPECT_EQ(model->computed, before);
 }
 
@@ -157,23 +150,15 @@ TEST_F(loop_fixture, element_energies_land_at_their_mapped_places)
 {
     set_threads(2);
     vector_fast map; // global element numbers 990 down to 0 in steps of 10
-    for (unsigned g = 990;; g -= 10) {
-        (void)map.push_back(g);
-        if (g == 0) break;
-    }
+    for (unsigned g = 0; g <= 990; g += 10) (void)map.push_back(990 - g);
     dense1D<double, 8> energies(3 + map.size(), 0.0);
-    dense_assembler K;
-    sum_vector_assembler F;
-    core::element_pass_type pass;
-    pass.element_energies = &energies;
-    pass.energy_offset = 3;
-    pass.energy_map = &map;
-    ASSERT_EQ(run(K, F, pass), no_error);
+    pass_run r;
+    r.pass.element_energies = &energies;
+    r.pass.energy_offset = 3;
+    r.pass.energy_map = &map;
+    ASSERT_EQ(run(r), no_error);
     const unsigned first = mc.ctx->numerical_models_mgr->global_FE_ID(model->ID);
-    for (unsigned r = 0; r < map.size(); ++r) {
-        const unsigned e = map[r] - first;
-        EXPECT_EQ(energies[3 + r], 1.0 + e % 5) << r;
-    }
+    for (unsigned i = 0; i < map.size(); ++i) EXPECT_EQ(energies[3 + i], 1.0 + (map[i] - first) % 5) << i;
     EXPECT_EQ(energies[0], 0.0);
 }
 

@@ -52,6 +52,12 @@ struct spy_proxy {
         unsigned block, row;
         std::vector<double> values;
         std::vector<unsigned> columns;
+        bool operator==(const call_type&) const = default;
+        friend void PrintTo(const call_type& c, std::ostream* os)
+        {
+            *os << "block " << c.block << ", row " << c.row << ", values " << ::testing::PrintToString(c.values)
+                << ", columns " << ::testing::PrintToString(c.columns);
+        }
     };
     unsigned rows = 5;
     bool read_mode = true;
@@ -93,18 +99,10 @@ TEST_F(sym_assembler_calls, one_addition_per_row_in_matrix_order_from_the_diagon
     // Local order 40, 10, (prescribed 99), 30: matrix order 10, 30, 40.
     const symmetric_full<double> Ke = packed_of(4, {1, 2, 3, 4, /**/ 5, 6, 7, /**/ 8, 9, /**/ 10});
     ASSERT_EQ(a.add_symmetric(Ke, IDs_of({40, 10, 99, 30}), true), no_error);
-    ASSERT_EQ(proxy.calls.size(), 3u);
-    const auto& c = proxy.calls;
-    EXPECT_EQ(c[0].row, 0u);
-    EXPECT_EQ(c[0].block, 0u);
-    EXPECT_EQ(c[0].columns, (std::vector<unsigned>{0, 2, 3}));
-    EXPECT_EQ(c[0].values, (std::vector<double>{2 * Ke(1, 1), 2 * Ke(1, 3), 2 * Ke(1, 0)}));
-    EXPECT_EQ(c[1].row, 2u);
-    EXPECT_EQ(c[1].block, 1u);
-    EXPECT_EQ(c[1].columns, (std::vector<unsigned>{2, 3}));
-    EXPECT_EQ(c[1].values, (std::vector<double>{2 * Ke(3, 3), 2 * Ke(3, 0)}));
-    EXPECT_EQ(c[2].columns, (std::vector<unsigned>{3}));
-    EXPECT_EQ(c[2].values, (std::vector<double>{2 * Ke(0, 0)}));
+    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{
+                               {0, 0, {2 * Ke(1, 1), 2 * Ke(1, 3), 2 * Ke(1, 0)}, {0, 2, 3}},
+                               {1, 2, {2 * Ke(3, 3), 2 * Ke(3, 0)}, {2, 3}},
+                               {1, 3, {2 * Ke(0, 0)}, {3}}}));
 }
 
 TEST_F(sym_assembler_calls, zeros_are_skipped_and_a_zero_row_makes_no_call)
@@ -113,10 +111,7 @@ TEST_F(sym_assembler_calls, zeros_are_skipped_and_a_zero_row_makes_no_call)
     // Row of 20 (rank 1) is zero from its diagonal on; 10 has a zero towards 30.
     const symmetric_full<double> Ke = packed_of(3, {1, 0.5, 0, /**/ 0, 0, /**/ 3});
     ASSERT_EQ(a.add_symmetric(Ke, IDs_of({10, 20, 30}), true), no_error);
-    ASSERT_EQ(proxy.calls.size(), 2u);
-    EXPECT_EQ(proxy.calls[0].columns, (std::vector<unsigned>{0, 1}));
-    EXPECT_EQ(proxy.calls[1].row, 2u);
-    EXPECT_EQ(proxy.calls[1].columns, (std::vector<unsigned>{2}));
+    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{{0, 0, {1, 0.5}, {0, 1}}, {1, 2, {3}, {2}}}));
 }
 
 TEST_F(sym_assembler_calls, nothing_is_called_when_nothing_can_be_added)
@@ -150,12 +145,8 @@ TEST_F(sym_assembler_calls, a_repeated_DOF_receives_both_halves_of_its_coupling)
     const symmetric_full<double> Ke = packed_of(3, {1, 2, 3, /**/ 5, 7, /**/ 11});
     ASSERT_EQ(a.add_symmetric(Ke, IDs_of({10, 30, 10}), true), no_error);
     // uᵀ Ke u with u = (a, b, a): a² (Ke00 + 2 Ke02 + Ke22) + ...
-    ASSERT_EQ(proxy.calls.size(), 3u);
-    EXPECT_EQ(proxy.calls[0].columns, (std::vector<unsigned>{0, 0, 2}));
-    EXPECT_EQ(proxy.calls[0].values, (std::vector<double>{1, 2 * 3, 2}));
-    EXPECT_EQ(proxy.calls[1].columns, (std::vector<unsigned>{0, 2}));
-    EXPECT_EQ(proxy.calls[1].values, (std::vector<double>{11, 7}));
-    EXPECT_EQ(proxy.calls[2].values, (std::vector<double>{5}));
+    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{
+                               {0, 0, {1, 2 * 3, 2}, {0, 0, 2}}, {0, 0, {11, 7}, {0, 2}}, {1, 2, {5}, {2}}}));
 }
 
 TEST_F(sym_assembler_calls, a_failed_addition_ends_the_element)
@@ -175,12 +166,7 @@ TEST_F(sym_assembler_calls, diagonal_one_column_each_zeros_and_prescribed_droppe
     dense1D<double, 8> d(4);
     d[0] = 4, d[1] = 0, d[2] = 9, d[3] = 2;
     ASSERT_EQ(a.add_diagonal(d, IDs_of({50, 20, 99, 10})), no_error);
-    ASSERT_EQ(proxy.calls.size(), 2u);
-    EXPECT_EQ(proxy.calls[0].row, 0u);
-    EXPECT_EQ(proxy.calls[0].columns, (std::vector<unsigned>{0}));
-    EXPECT_EQ(proxy.calls[0].values, (std::vector<double>{-2}));
-    EXPECT_EQ(proxy.calls[1].row, 4u);
-    EXPECT_EQ(proxy.calls[1].values, (std::vector<double>{-4}));
+    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{{0, 0, {-2}, {0}}, {2, 4, {-4}, {4}}}));
 }
 
 // ---- on the block matrix, over models with prescribed DOFs

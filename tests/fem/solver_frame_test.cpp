@@ -3,7 +3,6 @@
 // problem that a run takes from its record.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -141,14 +140,18 @@ counting_solver with_capture(log_capture& c)
     return s;
 }
 
-} // namespace
-
-TEST(solver_frame, clean_run_logs_every_phase_with_its_level)
-{
+// Every run: a solver that reports to a capture, and a record of the one-case problem.
+struct solver_frame : ::testing::Test {
     log_capture c;
     counting_solver s = with_capture(c);
     test_problem t;
-    counting_solver::data_type d(t.problem);
+    counting_solver::data_type d{t.problem};
+};
+
+} // namespace
+
+TEST_F(solver_frame, clean_run_logs_every_phase_with_its_level)
+{
     s.run(d);
     EXPECT_FALSE(d.error_raised());
     EXPECT_FALSE(d.warning_raised());
@@ -160,12 +163,8 @@ TEST(solver_frame, clean_run_logs_every_phase_with_its_level)
     EXPECT_EQ(c.interrupt_calls, 3);
 }
 
-TEST(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
+TEST_F(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
-    test_problem t;
-    counting_solver::data_type d(t.problem);
     s.settings.phases = -1;
     s.run(d);
     EXPECT_EQ(d.error_code, invalid_data_error);
@@ -182,15 +181,24 @@ TEST(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
     EXPECT_STREQ(d.msg_detail, "KELT counting: invalid data.\n");
     EXPECT_TRUE(c.lines.empty());
     EXPECT_EQ(c.interrupt_calls, 0);
+
+    // A record made with no numerical model at all: the same refusal, as -101.
+    fem::context ctx;
+    dense2D<double> one(3, 1);
+    fem::DOFs_mgr none;
+    counting_solver::data_type nothing(fem::problem_data(ctx, one, none, 0xFFFFFFFFu, 1));
+    s.run(nothing);
+    EXPECT_EQ(nothing.error_code, -101);
+    EXPECT_STREQ(nothing.msg_title, "DATA ERROR");
+    EXPECT_STREQ(nothing.msg_detail, "KELT counting: invalid data.\n");
+    EXPECT_EQ(nothing.phases_done, 0u);
+    EXPECT_TRUE(c.lines.empty());
+    EXPECT_EQ(c.interrupt_calls, 0);
 }
 
-TEST(solver_frame, first_error_stays_and_stops_the_run)
+TEST_F(solver_frame, first_error_stays_stops_the_run_and_no_warning_replaces_it)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
     s.settings.actions = {action::raise_pivot, action::raise_memory};
-    test_problem t;
-    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.error_code, pivot_error);
     EXPECT_STREQ(d.msg_title, "Pivot error.");
@@ -198,63 +206,38 @@ TEST(solver_frame, first_error_stays_and_stops_the_run)
     EXPECT_EQ(detail.rfind("\nFile = solver_frame_test.cpp, Line #", 0), 0u) << detail;
     EXPECT_EQ(detail.substr(detail.size() - 3), ". \n");
     EXPECT_EQ(d.phases_done, 1u); // the failing phase ends, the next stop check ends the run
-}
 
-TEST(solver_frame, warnings_keep_the_first_and_the_interrupt_overwrites)
-{
-    log_capture c;
-    counting_solver s = with_capture(c);
-    s.settings.actions = {action::warn_pivot, action::warn_convergence};
-    test_problem t;
-    counting_solver::data_type d(t.problem);
-    s.run(d);
-    EXPECT_EQ(d.warning_code, pivot_warning);
-    EXPECT_STREQ(d.msg_title, "Pivot warning.");
-    EXPECT_STREQ(d.msg_detail, "");
-    EXPECT_EQ(d.phases_done, 3u); // a warning does not stop
-
-    c = log_capture();
-    c.interrupt_after = 1; // stop at the second check, after a warning was stored
-    s.run(d);
-    EXPECT_EQ(d.error_code, no_error);
-    EXPECT_EQ(d.warning_code, interrupted_warning);
-    EXPECT_EQ(d.phases_done, 1u);
-    EXPECT_EQ(c.interrupt_calls, 2);
-}
-
-TEST(solver_frame, interrupt_at_first_check_is_polled_once)
-{
-    log_capture c;
-    c.interrupt_after = 0;
-    counting_solver s = with_capture(c);
-    test_problem t;
-    counting_solver::data_type d(t.problem);
-    s.run(d);
-    EXPECT_EQ(d.warning_code, interrupted_warning);
-    EXPECT_EQ(d.error_code, no_error);
-    EXPECT_EQ(d.phases_done, 0u);
-    EXPECT_EQ(c.interrupt_calls, 1);
-}
-
-TEST(solver_frame, an_error_is_never_replaced_by_a_warning)
-{
-    log_capture c;
-    counting_solver s = with_capture(c);
     s.settings.actions = {action::raise_memory, action::warn_pivot};
-    test_problem t;
-    counting_solver::data_type d(t.problem);
     s.run(d);
     EXPECT_EQ(d.error_code, memory_error);
     EXPECT_EQ(d.warning_code, no_error);
     EXPECT_STREQ(d.msg_title, "Memory error.");
 }
 
-TEST(solver_frame, exceptions_become_errors)
+TEST_F(solver_frame, warnings_keep_the_first_and_the_interrupt_overwrites)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
-    test_problem t;
-    counting_solver::data_type d(t.problem);
+    s.settings.actions = {action::warn_pivot, action::warn_convergence};
+    s.run(d);
+    EXPECT_EQ(d.warning_code, pivot_warning);
+    EXPECT_STREQ(d.msg_title, "Pivot warning.");
+    EXPECT_STREQ(d.msg_detail, "");
+    EXPECT_EQ(d.phases_done, 3u); // a warning does not stop
+
+    // Stop at the second check, after a warning was stored, then at the first,
+    // which is polled once.
+    for (int after : {1, 0}) {
+        c = log_capture();
+        c.interrupt_after = after;
+        s.run(d);
+        EXPECT_EQ(d.error_code, no_error);
+        EXPECT_EQ(d.warning_code, interrupted_warning);
+        EXPECT_EQ(d.phases_done, unsigned(after));
+        EXPECT_EQ(c.interrupt_calls, after + 1);
+    }
+}
+
+TEST_F(solver_frame, exceptions_become_errors)
+{
     s.settings.actions = {action::throw_bad_alloc};
     s.run(d);
     EXPECT_EQ(d.error_code, memory_error);
@@ -271,13 +254,9 @@ TEST(solver_frame, exceptions_become_errors)
     EXPECT_EQ(d.error_code, pivot_error);
 }
 
-TEST(solver_frame, memory_check_against_the_context_limit)
+TEST_F(solver_frame, memory_check_against_the_context_limit)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
     s.settings.actions = {action::need_memory}; // 2.25 MB asked
-    test_problem t;
-    counting_solver::data_type d(t.problem);
     t.ctx.set_max_total_size(3);
     s.run(d);
     EXPECT_EQ(d.error_code, no_error);
@@ -288,60 +267,31 @@ TEST(solver_frame, memory_check_against_the_context_limit)
     EXPECT_EQ(d.phases_done, 1u); // the next stop check ends the run
 }
 
-TEST(solver_frame, null_handlers_change_no_result)
+TEST_F(solver_frame, null_handlers_change_no_result)
 {
-    log_capture c;
-    counting_solver with = with_capture(c);
     counting_solver without;
-    with.settings.actions = without.settings.actions = {action::log_phase, action::warn_pivot};
-    test_problem t;
-    counting_solver::data_type a(t.problem), b(t.problem);
-    with.run(a);
+    s.settings.actions = without.settings.actions = {action::log_phase, action::warn_pivot};
+    counting_solver::data_type b(t.problem);
+    s.run(d);
     without.run(b);
-    EXPECT_EQ(a.phases_done, b.phases_done);
-    EXPECT_EQ(a.warning_code, b.warning_code);
-    EXPECT_STREQ(a.msg_title, b.msg_title);
+    EXPECT_EQ(d.phases_done, b.phases_done);
+    EXPECT_EQ(d.warning_code, b.warning_code);
+    EXPECT_STREQ(d.msg_title, b.msg_title);
     EXPECT_FALSE(c.lines.empty());
 }
 
-TEST(solver_frame, long_log_lines_are_cut_at_the_buffer)
+TEST_F(solver_frame, long_log_lines_are_cut_at_the_buffer)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
-    test_problem t;
-    counting_core solver(s.settings, *new counting_solver::data_type(t.problem));
-    const std::string long_text(600, 'x');
-    solver.log(2, "%s", long_text.c_str());
+    counting_core solver(s.settings, d);
+    solver.log(2, "%s", std::string(600, 'x').c_str());
     ASSERT_EQ(c.lines.size(), 1u);
     EXPECT_EQ(c.lines[0].second.size(), 255u);
-    delete solver.data;
 }
 
-TEST(solver_frame, a_record_with_no_numerical_model_is_refused_without_a_log_line)
+TEST_F(solver_frame, a_run_takes_the_problem_caches_its_penalties_and_resets_the_model)
 {
-    log_capture c;
-    counting_solver s = with_capture(c);
-    fem::context ctx;
-    dense2D<double> pos(3, 1);
-    fem::DOFs_mgr DOFs;
-    const fem::problem_data nothing(ctx, pos, DOFs, 0xFFFFFFFFu, 1);
-    counting_solver::data_type d(nothing);
-    s.run(d);
-    EXPECT_EQ(d.error_code, -101);
-    EXPECT_STREQ(d.msg_title, "DATA ERROR");
-    EXPECT_STREQ(d.msg_detail, "KELT counting: invalid data.\n");
-    EXPECT_EQ(d.phases_done, 0u);
-    EXPECT_TRUE(c.lines.empty());
-    EXPECT_EQ(c.interrupt_calls, 0);
-}
-
-TEST(solver_frame, a_run_takes_the_problem_caches_its_penalties_and_resets_the_model)
-{
-    test_problem t;
     t.ctx.set_raw_penalty_factor(100.0);
     t.ctx.set_min_penalty_factor(1.0);
-    counting_solver s;
-    counting_solver::data_type d(t.problem);
     s.run(d);
     ASSERT_FALSE(d.error_raised());
     EXPECT_EQ(t.model->resets, 1u);

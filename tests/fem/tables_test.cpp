@@ -26,7 +26,7 @@ using kelt::fem::twoD_table;
 
 constexpr double eps = std::numeric_limits<double>::epsilon();
 
-dense1D<double, 8> vec(std::initializer_list<double> v)
+dense1D<double, 8> vec(const std::vector<double>& v)
 {
     dense1D<double, 8> out;
     for (double x : v) out.push_back(x);
@@ -55,29 +55,26 @@ bool is_empty(const twoD_table& t)
 
 TEST(tables_bracket, edge_cases)
 {
-    EXPECT_EQ(bracket(vec({}), 3.0).i, -1);
-    EXPECT_EQ(bracket(vec({}), 3.0).r, 0.0);
-    for (double x : {-5.0, 2.0, 7.0}) {
-        EXPECT_EQ(bracket(vec({2.0}), x).i, 0);
-        EXPECT_EQ(bracket(vec({2.0}), x).r, 1.0);
+    struct row {
+        std::vector<double> xs;
+        double x;
+        int i;
+        double r;
+    };
+    const row rows[] = {
+        {{}, 3.0, -1, 0.0}, {{2.0}, -5.0, 0, 1.0}, {{2.0}, 2.0, 0, 1.0}, {{2.0}, 7.0, 0, 1.0},
+        // Below and above: the nearest end, full weight.
+        {{0, 1, 1, 3}, -1.0, 0, 1.0}, {{0, 1, 1, 3}, 3.0, 3, 1.0}, {{0, 1, 1, 3}, 9.0, 3, 1.0},
+        // On an abscissa: the interval above it, full weight on it; a repeated
+        // abscissa picks the last copy, so no division by a zero width.
+        {{0, 1, 1, 3}, 0.0, 0, 1.0}, {{0, 1, 1, 3}, 1.0, 2, 1.0},
+        {{0, 1, 1, 3}, 0.25, 0, 0.75}, {{0, 1, 1, 3}, 2.5, 2, 0.25},
+    };
+    for (const row& w : rows) {
+        const auto b = bracket(vec(w.xs), w.x);
+        EXPECT_EQ(b.i, w.i) << w.xs.size() << " at " << w.x;
+        EXPECT_EQ(b.r, w.r) << w.xs.size() << " at " << w.x;
     }
-    const dense1D<double, 8> v = vec({0.0, 1.0, 1.0, 3.0});
-    // Below and above: the nearest end, full weight.
-    EXPECT_EQ(bracket(v, -1.0).i, 0);
-    EXPECT_EQ(bracket(v, -1.0).r, 1.0);
-    EXPECT_EQ(bracket(v, 3.0).i, 3);
-    EXPECT_EQ(bracket(v, 3.0).r, 1.0);
-    EXPECT_EQ(bracket(v, 9.0).i, 3);
-    // On an abscissa: the interval above it, full weight on it.
-    EXPECT_EQ(bracket(v, 0.0).i, 0);
-    EXPECT_EQ(bracket(v, 0.0).r, 1.0);
-    // A repeated abscissa picks the last copy, so no division by a zero width.
-    EXPECT_EQ(bracket(v, 1.0).i, 2);
-    EXPECT_EQ(bracket(v, 1.0).r, 1.0);
-    EXPECT_EQ(bracket(v, 0.25).i, 0);
-    EXPECT_EQ(bracket(v, 0.25).r, 0.75);
-    EXPECT_EQ(bracket(v, 2.5).i, 2);
-    EXPECT_EQ(bracket(v, 2.5).r, 0.25);
 }
 
 // ---- oneD_table ----
@@ -109,14 +106,6 @@ TEST(tables_oneD, mismatched_sizes_stay_in_bounds)
     EXPECT_EQ(oneD_table(vec({0.0, 1.0}), vec({}))(0.5), 0.0);
 }
 
-TEST(tables_oneD, init_copies_deeply)
-{
-    dense1D<double, 8> x = vec({0.0, 1.0}), y = vec({1.0, 3.0});
-    const oneD_table t(x, y);
-    y[1] = 100.0;
-    EXPECT_EQ(t(1.0), 3.0);
-}
-
 // A linear function is reproduced inside the range and held at the end values
 // outside. Each result is a convex combination y1 + (y0 - y1) r of two values
 // bounded by M, with r itself a ratio of rounded differences: a few roundings of
@@ -142,19 +131,11 @@ TEST(tables_oneD, reproduces_linear_data)
 
 // ---- twoD_table ----
 
-twoD_table two_by_two()
-{
-    dense2D<double> v(2, 2);
-    v(0, 0) = 1.0;
-    v(0, 1) = 2.0;
-    v(1, 0) = 3.0;
-    v(1, 1) = 4.0;
-    return twoD_table(vec({0.0, 1.0}), vec({0.0, 1.0}), v);
-}
-
 TEST(tables_twoD, hand_values)
 {
-    const twoD_table t = two_by_two();
+    dense2D<double> v(2, 2);
+    v(0, 0) = 1.0, v(0, 1) = 2.0, v(1, 0) = 3.0, v(1, 1) = 4.0;
+    const twoD_table t(vec({0.0, 1.0}), vec({0.0, 1.0}), v);
     EXPECT_EQ(t(0.5, 0.5), 2.5);
     EXPECT_EQ(t(0.25, 0.0), 1.5);
     EXPECT_EQ(t(0.0, 0.75), 1.75);
@@ -172,17 +153,12 @@ TEST(tables_twoD, hand_values)
 
 TEST(tables_twoD, single_row_or_column)
 {
-    dense2D<double> row(1, 3);
-    row(0, 0) = 1.0;
-    row(0, 1) = 5.0;
-    row(0, 2) = 7.0;
+    const double w[] = {1.0, 5.0, 7.0};
+    dense2D<double> row(1, 3), col(3, 1);
+    for (unsigned k = 0; k < 3; ++k) row(0, k) = col(k, 0) = w[k];
     const twoD_table t(vec({2.0}), vec({0.0, 1.0, 2.0}), row);
     EXPECT_EQ(t(-3.0, 0.5), 3.0);
     EXPECT_EQ(t(8.0, 1.5), 6.0);
-    dense2D<double> col(3, 1);
-    col(0, 0) = 1.0;
-    col(1, 0) = 5.0;
-    col(2, 0) = 7.0;
     const twoD_table s(vec({0.0, 1.0, 2.0}), vec({4.0}), col);
     EXPECT_EQ(s(0.5, -3.0), 3.0);
     EXPECT_EQ(s(1.5, 9.0), 6.0);
@@ -238,14 +214,17 @@ TEST(tables_twoD, init_rejects_bad_shapes_and_orders)
     EXPECT_EQ(s(0.5, 1.5), 1.0);
 }
 
-TEST(tables_twoD, init_copies_deeply)
+TEST(tables, init_copies_deeply)
 {
-    dense1D<double, 8> x = vec({0.0, 1.0});
+    dense1D<double, 8> x = vec({0.0, 1.0}), y = vec({1.0, 3.0});
     dense2D<double> v(2, 1, 2.0);
-    const twoD_table t(x, vec({0.0}), v);
+    const oneD_table t(x, y);
+    const twoD_table u(x, vec({0.0}), v);
+    y[1] = 100.0;
     v(1, 0) = 50.0;
     x[1] = 10.0;
-    EXPECT_EQ(t(1.0, 0.0), 2.0);
+    EXPECT_EQ(t(1.0), 3.0);
+    EXPECT_EQ(u(1.0, 0.0), 2.0);
 }
 
 // ---- file reader ----
