@@ -1,6 +1,7 @@
 #include "kelt/core/OOC_mgr.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -27,9 +28,14 @@ error_type sector_buffer::reserve(std::size_t bytes, std::size_t alignment) noex
     if (bytes <= capacity_ && alignment_ % alignment == 0 && data_) return no_error;
     release();
     if (bytes == 0) return no_error;
+    // A large buffer goes on huge pages where the system offers them: the matrix is
+    // reached at random during assembly, and small pages would cost a TLB miss each.
+    constexpr std::size_t huge_page = std::size_t(2) << 20;
+    if (bytes >= 4 * huge_page) alignment = std::max(alignment, huge_page);
     const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
     data_ = std::aligned_alloc(alignment, rounded);
     if (!data_) return memory_error;
+    if (alignment >= huge_page) (void)::madvise(data_, rounded, MADV_HUGEPAGE);
     capacity_ = rounded;
     alignment_ = alignment;
     return no_error;
