@@ -127,27 +127,13 @@ public:
     // The fields of the mechanical solver. `force_pivots` is kept for the shape of
     // the record only: conduction matrices are always factorised under the
     // stopping policy, and reset() leaves the field as it is.
-    struct settings_type {
-        bool RHS_only = false;
-        bool force_pivots = false;
-        unsigned CG_max_iters = 100;
-        double CG_tolerance = 1e-8;
-        log_handler log_hdl = nullptr;
-        void* iteration_hdl = nullptr;
-        interrupt_handler interrupt_hdl = nullptr;
-        void* user_data = nullptr;
-
+    struct settings_type : solver_static_linear::settings_type {
         void reset() noexcept
         {
-            RHS_only = false;
-            CG_max_iters = 100;
-            CG_tolerance = 1e-8;
-            log_hdl = nullptr;
-            iteration_hdl = nullptr;
-            interrupt_hdl = nullptr;
-            user_data = nullptr;
+            const bool kept = force_pivots;
+            solver_static_linear::settings_type::reset();
+            force_pivots = kept;
         }
-        bool valid() const noexcept { return true; }
     };
 
     // The same record, its states temperatures.
