@@ -770,7 +770,9 @@ TEST(solver_static_linear, a_stiffness_spread_beyond_1e12_warns_and_solves)
 
 TEST(solver_static_linear, a_matrix_on_disk_gives_the_results_in_core)
 {
-    // A slender hexa27 beam whose matrix (a few MB) exceeds a budget of 1 MB.
+    // A slender hexa27 beam whose matrix (a few MB) exceeds a budget of 1 MB. The
+    // second case also holds a node half way, so K and the copy that the gradient
+    // needs share the budget.
     test_context t;
     const double size[3] = {30.0, 1.0, 1.0};
     mesh m = box_mesh(element_hexa27, size, {30, 2, 2});
@@ -786,6 +788,10 @@ TEST(solver_static_linear, a_matrix_on_disk_gives_the_results_in_core)
             EXPECT_EQ(problem.get_loads_mgr(0).record_DOF_load(dof(node, 2), -1.0, no_func), no_error);
             EXPECT_EQ(problem.get_loads_mgr(1).record_DOF_load(dof(node, 1), 0.5, no_func), no_error);
         }
+    unsigned middle = 0;
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.used[node] && m.pos(0, node) == size[0] / 2) middle = node;
+    EXPECT_EQ(problem.get_loads_mgr(1).record_DOF_prescribed_value(dof(middle, 1), 0.01, no_func), no_error);
     t.ctx.set_max_threads(1);
     fem::solver_static_linear solver;
     fem::solver_static_linear::data_type in_core(problem), on_disk(problem);
@@ -793,6 +799,7 @@ TEST(solver_static_linear, a_matrix_on_disk_gives_the_results_in_core)
     ASSERT_EQ(in_core.error_code, no_error) << in_core.msg_title;
     EXPECT_FALSE(in_core.uses_disk);
     ASSERT_GT(in_core.K_size_MB, 2.0);
+    ASSERT_EQ(in_core.nbr_prescribed_in_K, 1u); // the held node goes through the gradient
     ASSERT_EQ(t.ctx.set_max_incore_size(1), no_error);
     solver.run(on_disk);
     ASSERT_EQ(on_disk.error_code, no_error) << on_disk.msg_title << on_disk.msg_detail;
