@@ -102,44 +102,53 @@ void temp_dir_type::delete_swap_file(const char*, int& handle) const noexcept
     handle = -1;
 }
 
+namespace {
+
+// Moves the sectors [from, to) of a file to or from `buffer`, in pieces of at most
+// `piece` bytes.
+template <class Transfer>
+error_type transfer_sectors(Transfer&& move, std::uint64_t from, std::uint64_t to, std::size_t piece) noexcept
+{
+    for (std::uint64_t at = from; at < to;) {
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(piece, to - at));
+        const ssize_t done = move(at - from, n, off_t(at));
+        if (done < 0 && errno == EINTR) continue;
+        if (done < 0) return io_error(errno);
+        if (done == 0) return internal_error;
+        at += std::uint64_t(done);
+    }
+    return no_error;
+}
+
+} // namespace
+
+bool temp_dir_type::fits(const void* buffer, std::size_t capacity, std::uint64_t position, std::size_t bytes) const noexcept
+{
+    return position % 8 == 0 && reinterpret_cast<std::uintptr_t>(buffer) % sector_size == 0 &&
+           round_up(position + bytes) - round_down(position) <= capacity;
+}
+
 error_type temp_dir_type::read_range(void* buffer, std::size_t capacity, int file, std::uint64_t position,
                                      std::size_t bytes, char*& view_out) const noexcept
 {
     view_out = nullptr;
-    const std::uint64_t from = round_down(position), to = round_up(position + bytes);
-    if (position % 8 || reinterpret_cast<std::uintptr_t>(buffer) % sector_size || to - from > capacity)
-        return internal_error;
+    if (!fits(buffer, capacity, position, bytes)) return internal_error;
     char* out = static_cast<char*>(buffer);
-    const std::size_t piece = std::size_t(round_up(transfer_size));
-    for (std::uint64_t at = from; at < to;) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(piece, to - at));
-        const ssize_t got = ::pread(file, out + (at - from), n, off_t(at));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return io_error(errno);
-        if (got == 0) return internal_error;
-        at += std::uint64_t(got);
-    }
-    view_out = out + (position - from);
+    const auto read = [&](std::uint64_t offset, std::size_t n, off_t at) { return ::pread(file, out + offset, n, at); };
+    if (auto e = transfer_sectors(read, round_down(position), round_up(position + bytes), std::size_t(round_up(transfer_size)));
+        e != no_error)
+        return e;
+    view_out = out + (position - round_down(position));
     return no_error;
 }
 
 error_type temp_dir_type::write_range(const void* buffer, std::size_t capacity, int file, std::uint64_t position,
                                       std::size_t bytes) const noexcept
 {
-    const std::uint64_t from = round_down(position), to = round_up(position + bytes);
-    if (position % 8 || reinterpret_cast<std::uintptr_t>(buffer) % sector_size || to - from > capacity)
-        return internal_error;
+    if (!fits(buffer, capacity, position, bytes)) return internal_error;
     const char* in = static_cast<const char*>(buffer);
-    const std::size_t piece = std::size_t(round_up(transfer_size));
-    for (std::uint64_t at = from; at < to;) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(piece, to - at));
-        const ssize_t put = ::pwrite(file, in + (at - from), n, off_t(at));
-        if (put < 0 && errno == EINTR) continue;
-        if (put < 0) return io_error(errno);
-        if (put == 0) return internal_error;
-        at += std::uint64_t(put);
-    }
-    return no_error;
+    const auto write = [&](std::uint64_t offset, std::size_t n, off_t at) { return ::pwrite(file, in + offset, n, at); };
+    return transfer_sectors(write, round_down(position), round_up(position + bytes), std::size_t(round_up(transfer_size)));
 }
 
 OOC_mgr::OOC_mgr() { (void)temp_dir.set_path(nullptr, nullptr); }

@@ -66,6 +66,9 @@ struct temp_dir_type {
     [[nodiscard]] error_type write_range(const void* buffer, std::size_t capacity, int file, std::uint64_t position,
                                          std::size_t bytes) const noexcept;
 
+    // True when `bytes` from `position` (a multiple of 8), rounded to whole sectors,
+    // fit in a sector-aligned buffer of `capacity` bytes.
+    bool fits(const void* buffer, std::size_t capacity, std::uint64_t position, std::size_t bytes) const noexcept;
     std::uint64_t round_down(std::uint64_t v) const noexcept { return v - v % sector_size; }
     std::uint64_t round_up(std::uint64_t v) const noexcept { return round_down(v + sector_size - 1); }
 };

@@ -11,4 +11,68 @@ template class matrix_sym_assembler_projection<DOF_selector>;
 template class vector_assembler<indexed_vector>;
 template class vector_assembler<indexed_zvector>;
 
+matrix_product_assembler::matrix_product_assembler(const vector_fast& rows, const double* x, row_range x_rows,
+                                                   double* y, row_range y_rows, double factor)
+    : rows_(rows), x_(x), x_rows_(x_rows), y_(y), y_rows_(y_rows), factor_(factor)
+{
+}
+
+bool matrix_product_assembler::is_null() const
+{
+    return factor_ == 0.0 || factor_ != factor_ || x_rows_.first >= x_rows_.end || y_rows_.first >= y_rows_.end;
+}
+
+bool matrix_product_assembler::gather(const dense1D<unsigned, 8>& IDs)
+{
+    try {
+        local_rows_.resize(IDs.size());
+        local_x_.resize(IDs.size());
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    for (unsigned l = 0; l < IDs.size(); ++l) {
+        const unsigned r = rows_.rank(IDs[l]);
+        local_rows_[l] = r;
+        local_x_[l] = x_rows_.holds(r) ? x_[r] : 0.0;
+    }
+    return true;
+}
+
+error_type matrix_product_assembler::add_diagonal(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs)
+{
+    if (is_null() || values.size() != IDs.size()) return no_error;
+    if (!gather(IDs)) return memory_error;
+    for (unsigned l = 0; l < IDs.size(); ++l)
+        if (y_rows_.holds(local_rows_[l])) y_[local_rows_[l]] += factor_ * values[l] * local_x_[l];
+    return no_error;
+}
+
+template <class Matrix>
+error_type matrix_product_assembler::add_product(const Matrix& values, const dense1D<unsigned, 8>& IDs)
+{
+    const unsigned m = IDs.size();
+    if (!gather(IDs)) return memory_error;
+    for (unsigned i = 0; i < m; ++i) {
+        if (!y_rows_.holds(local_rows_[i])) continue;
+        double s = 0.0;
+        for (unsigned j = 0; j < m; ++j) s += values(i, j) * local_x_[j];
+        y_[local_rows_[i]] += factor_ * s;
+    }
+    return no_error;
+}
+
+error_type matrix_product_assembler::add_general(const dense2D<double>& values, const dense1D<unsigned, 8>& IDs)
+{
+    const unsigned m = IDs.size();
+    if (is_null() || values.rows() != m || values.cols() != m) return no_error;
+    return add_product(values, IDs);
+}
+
+error_type matrix_product_assembler::add_symmetric(const symmetric_full<double>& values,
+                                                   const dense1D<unsigned, 8>& IDs, bool symmetric)
+{
+    if (!symmetric || is_null() || values.order() != IDs.size()) return no_error;
+    return add_product(values, IDs);
+}
+
 } // namespace kelt::core

@@ -400,27 +400,11 @@ Checker fresh_copy(const Checker& c)
 
 } // namespace
 
-std::vector<unsigned> block_parents(const block_proxy_data& data)
-{
-    std::vector<unsigned> parent(data.nbr_blocks(), none);
-    for (unsigned b = 0; b < data.nbr_blocks(); ++b) {
-        const symmetric_skyline_block& v = data.shape(b);
-        if (v.nbr_extra()) parent[b] = data.block_of_row(v.columns[v.dim]);
-    }
-    return parent;
-}
-
-std::vector<unsigned> block_levels(const std::vector<unsigned>& parents)
-{
-    std::vector<unsigned> level(parents.size(), 0);
-    for (unsigned k = 0; k < parents.size(); ++k)
-        if (parents[k] != none) level[parents[k]] = std::max(level[parents[k]], level[k] + 1);
-    return level;
-}
-
 namespace {
 
-// Blocks [b0, b1) by level of the block elimination tree cut to that range.
+// Blocks [b0, b1) by level of the block elimination tree cut to that range: the
+// parent of a block is the block of its first extra column, and a parent stands a
+// level above all its children.
 struct level_lists {
     std::vector<unsigned> ptr, blocks;
     level_lists(const block_proxy_data& data, unsigned b0, unsigned b1)

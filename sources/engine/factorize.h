@@ -48,12 +48,6 @@ template <class Solver>
 void factorize_matrix(symmetric_hybrid_OOC<double>& A, const vector_fast& IDs, bool force, Solver& solver,
                       double& timer, unsigned& bad_DOF);
 
-// Parent of each block in the block elimination tree (the block of its first extra
-// column), or 0xFFFFFFFF for a root.
-std::vector<unsigned> block_parents(const block_proxy_data& data);
-// Level of each block: leaves 0, a parent above all its children.
-std::vector<unsigned> block_levels(const std::vector<unsigned>& parents);
-
 extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned);
 extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned);
 extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned);

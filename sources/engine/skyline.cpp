@@ -61,7 +61,7 @@ block_proxy_data::block_proxy_data(const profile_type& profile, unsigned nbr_row
         reset();
         blocks_.clear();
         nbr_rows_ = 0;
-        nbr_values_ = nbr_segments_ = max_extra_values_ = 0;
+        nbr_values_ = nbr_segments_ = 0;
         max_extra_segments_ = 0;
     }
 }
@@ -120,9 +120,6 @@ void block_proxy_data::build_shape(const profile_type& profile)
             ends_[seg_start[b] + s] = at;
         }
         for (unsigned r = p.first; r < p.end; ++r) block_of_row_[r] = b;
-        std::size_t extra = 0;
-        for (unsigned s = view.dim; s < view.nbr_segments; ++s) extra += view.seg_length(s);
-        max_extra_values_ = std::max(max_extra_values_, extra);
     }
 }
 
@@ -155,9 +152,11 @@ error_type block_proxy_data::resize_storage(bool full) noexcept
     pending_.clear();
     pending_used_ = 0;
     const unsigned sector = mgr_ ? mgr_->temp_dir.sector_size : 64;
-    std::uint64_t bytes = full ? std::uint64_t(nbr_values_) * 8 : std::uint64_t(0.95 * max_incore_bytes_);
-    // The window must take the largest block whatever the sector rounding.
-    bytes = std::max<std::uint64_t>(bytes, std::uint64_t(largest_block_values_) * 8 * 100 / 85 + 4u * sector);
+    std::uint64_t bytes = std::uint64_t(nbr_values_) * 8;
+    // A window must take the largest block whatever the sector rounding.
+    if (!full)
+        bytes = std::max<std::uint64_t>(std::uint64_t(0.95 * max_incore_bytes_),
+                                        std::uint64_t(largest_block_values_) * 8 * 100 / 85 + 4u * sector);
     if (mgr_) return mgr_->temp_dir.aligned_resize(storage_, std::size_t(bytes), full ? 0 : 2);
     return storage_.reserve(std::size_t(std::max<std::uint64_t>(bytes, 8)), sector);
 }
@@ -333,6 +332,24 @@ error_type block_proxy_data::make_room(unsigned count, bool reload) noexcept
     return pending_free() >= count ? no_error : internal_error;
 }
 
+// Appends a record of `r.end` values (factor times `values`) at the end of the
+// pending buffer, which make_room has sized.
+error_type block_proxy_data::queue(buff_data_type r, const double* values, double factor) noexcept
+{
+    const unsigned count = r.end;
+    r.begin = unsigned(pending_used_);
+    r.end = r.begin + count;
+    try {
+        pending_.push_back(r);
+    } catch (const std::bad_alloc&) {
+        return memory_error;
+    }
+    double* out = pending_values_ + pending_used_;
+    for (unsigned k = 0; k < count; ++k) out[k] = factor * values[k];
+    pending_used_ += count;
+    return no_error;
+}
+
 error_type block_proxy_data::add_values(unsigned b, unsigned row, const double* values, const unsigned* columns,
                                         unsigned count, bool reload) noexcept
 {
@@ -340,15 +357,8 @@ error_type block_proxy_data::add_values(unsigned b, unsigned row, const double* 
     if (!find_block(b)) {
         if (auto e = make_room(count, reload); e != no_error) return e;
         if (!find_block(b)) {
-            try {
-                pending_.push_back({b, row, unsigned(pending_used_), unsigned(pending_used_ + count), none});
-            } catch (const std::bad_alloc&) {
-                return memory_error;
-            }
-            std::copy(values, values + count, pending_values_ + pending_used_);
             std::copy(columns, columns + count, pending_indices_.data() + pending_used_);
-            pending_used_ += count;
-            return no_error;
+            return queue({b, row, 0, count, none}, values, 1.0);
         }
     }
     return add_row_to(blocks_[b], row, values, columns, count);
@@ -377,17 +387,7 @@ error_type block_proxy_data::add_column(unsigned b, unsigned column, unsigned fi
     if (b >= nbr_blocks()) return internal_error;
     if (!find_block(b)) {
         if (auto e = make_room(count, reload); e != no_error) return e;
-        if (!find_block(b)) {
-            try {
-                pending_.push_back({b, column, unsigned(pending_used_), unsigned(pending_used_ + count), first_row});
-            } catch (const std::bad_alloc&) {
-                return memory_error;
-            }
-            double* out = pending_values_ + pending_used_;
-            for (unsigned k = 0; k < count; ++k) out[k] = factor * values[k];
-            pending_used_ += count;
-            return no_error;
-        }
+        if (!find_block(b)) return queue({b, column, 0, count, first_row}, values, factor);
     }
     return add_column_to(blocks_[b], column, first_row, values, count, factor);
 }
@@ -540,6 +540,20 @@ double symmetric_hybrid_OOC<double>::get(unsigned i, unsigned j) const noexcept
     unsigned hint = view.dim;
     const double* at = view.entry(i, j, hint);
     return at ? *at : 0.0;
+}
+
+error_type copy_matrix_values(const symmetric_hybrid_OOC<double>& from, symmetric_hybrid_OOC<double>& to)
+{
+    if (from.nbr_rows() != to.nbr_rows() || from.nbr_blocks() != to.nbr_blocks()) return internal_error;
+    const block_cursor source(from, true), target(to, false);
+    if (source.error != no_error) return source.error;
+    if (target.error != no_error) return target.error;
+    for (unsigned b = 0; b < source.nbr_blocks(); ++b) {
+        const symmetric_skyline_block s = source[b], t = target[b];
+        if (s.empty() || t.empty() || s.nbr_values() != t.nbr_values()) return internal_error;
+        std::copy(s.values, s.values + s.nbr_values(), t.values);
+    }
+    return no_error;
 }
 
 std::size_t count_zeros(const symmetric_hybrid_OOC<double>& A) noexcept

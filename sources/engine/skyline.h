@@ -79,12 +79,10 @@ public:
     std::size_t nbr_values() const noexcept { return nbr_values_; }
     std::size_t nbr_segments() const noexcept { return nbr_segments_; }
     unsigned max_extra_segments() const noexcept { return max_extra_segments_; }
-    std::size_t max_extra_values() const noexcept { return max_extra_values_; }
     unsigned block_of_row(unsigned row) const noexcept { return block_of_row_[row]; }
     bool fully_in_core() const noexcept { return blocks_held_ == nbr_blocks(); }
     bool read_mode() const noexcept { return read_mode_; }
     double default_value() const noexcept { return default_value_; }
-    bool uses_file() const noexcept { return file_ != -1; }
     // Bytes moved to and from the swap file since the array was built.
     std::uint64_t bytes_read() const noexcept { return bytes_read_; }
     std::uint64_t bytes_written() const noexcept { return bytes_written_; }
@@ -136,6 +134,7 @@ private:
                                                   unsigned first_row, const double* values, unsigned count,
                                                   double factor) noexcept;
     [[nodiscard]] error_type make_room(unsigned count, bool reload) noexcept;
+    [[nodiscard]] error_type queue(buff_data_type r, const double* values, double factor) noexcept;
     void reset() noexcept;
 
     sector_buffer storage_; // window values, then pending values
@@ -152,7 +151,7 @@ private:
     std::vector<bool> written_;
     unsigned first_block_ = 0, blocks_held_ = 0;
     unsigned nbr_rows_ = 0;
-    std::size_t nbr_values_ = 0, nbr_segments_ = 0, max_extra_values_ = 0, largest_block_values_ = 0;
+    std::size_t nbr_values_ = 0, nbr_segments_ = 0, largest_block_values_ = 0;
     unsigned max_extra_segments_ = 0;
     unsigned max_incore_bytes_ = 0;
     std::uint64_t full_bytes_ = 0, bytes_read_ = 0, bytes_written_ = 0;
@@ -211,6 +210,10 @@ public:
 private:
     Ptr<block_proxy_data> data_;
 };
+
+// Deep copy of the values of a matrix into one built on the same profile.
+[[nodiscard]] error_type copy_matrix_values(const symmetric_hybrid_OOC<double>& from,
+                                            symmetric_hybrid_OOC<double>& to);
 
 // The matrix with the DOF identifiers of its rows: row r is the DOF of rank r.
 template <class ID_list, class Matrix>

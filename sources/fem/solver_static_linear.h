@@ -163,47 +163,6 @@ struct OOC_matrix_types {
     using vector_type = indexed_vector;
 };
 
-// Element matrices times DOF values, added to a vector over the same rows:
-// y[r_i] += factor * sum_j Ke(i, j) x[r_j], for rows r_i in [y_first, y_end) and
-// r_j in [x_first, x_end) of the row table; other DOFs drop out. This is how the
-// model gives K_ab x_b without an assembled K_ab.
-class matrix_product_assembler final : public matrix_assembler_base {
-public:
-    struct row_range {
-        unsigned first;
-        unsigned end;
-        bool holds(unsigned r) const noexcept { return r >= first && r < end; }
-    };
-
-    matrix_product_assembler(const vector_fast& rows, const double* x, row_range x_rows, double* y, row_range y_rows,
-                             double factor);
-
-    bool is_null() const override;
-    error_type add_diagonal(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs) override;
-    error_type add_general(const dense2D<double>& values, const dense1D<unsigned, 8>& IDs) override;
-    error_type add_symmetric(const symmetric_full<double>& values, const dense1D<unsigned, 8>& IDs,
-                             bool symmetric) override;
-
-private:
-    // Rows of the element's DOFs, and the values of x there (0 outside its range).
-    [[nodiscard]] bool gather(const dense1D<unsigned, 8>& IDs);
-    // y += factor values x over the element's rows that lie in the y range.
-    template <class Matrix>
-    [[nodiscard]] error_type add_product(const Matrix& values, const dense1D<unsigned, 8>& IDs);
-
-    const vector_fast& rows_;
-    const double* x_;
-    row_range x_rows_;
-    double* y_;
-    row_range y_rows_;
-    double factor_;
-    std::vector<unsigned> local_rows_;
-    std::vector<double> local_x_;
-};
-
-// Deep copy of the values of a matrix into one built on the same profile.
-[[nodiscard]] error_type copy_matrix_values(const symmetric_hybrid_OOC<double>& from,
-                                            symmetric_hybrid_OOC<double>& to);
 
 // Which physics a run solves: the kind of its matrix pass and of its load pass, and
 // the words of its log.

@@ -192,7 +192,9 @@ TEST_P(out_of_core, gives_the_results_of_the_matrix_in_core)
         for (unsigned i = 0; i < m.n; ++i)
             for (unsigned j = i; j < std::min(m.n, i + 400); ++j) {
                 const double a = m.in_core.get(i, j), b = m.on_disk.get(i, j);
-                if (c.threads == 1) ASSERT_EQ(a, b) << i << ' ' << j; // same order of every sum
+                if (c.threads == 1) {
+                    ASSERT_EQ(a, b) << i << ' ' << j; // same order of every sum
+                }
                 worst = std::max(worst, std::fabs(a - b) / std::max(1.0, std::fabs(a)));
             }
         EXPECT_LT(worst, 1e-11);
@@ -213,7 +215,9 @@ TEST_P(out_of_core, gives_the_results_of_the_matrix_in_core)
         for (unsigned i = 0; i < m.n; ++i) EXPECT_NEAR(s0[i], X0[i], 1e-10 * (1.0 + std::fabs(s0[i])));
         for (unsigned j = 0; j < cols; ++j) EXPECT_NEAR(e0[j], e1[j], 1e-11 * std::fabs(e0[j]));
         EXPECT_NEAR(en0, e0[0], 1e-11 * std::fabs(en0));
-        if (c.threads == 1) EXPECT_EQ(X0, X1);
+        if (c.threads == 1) {
+            EXPECT_EQ(X0, X1);
+        }
         EXPECT_GT(disk.bytes_read(), 0u);
         EXPECT_GT(disk.bytes_written(), 0u);
     }
@@ -300,7 +304,9 @@ TEST(out_of_core_dense, columns_move_through_a_window_and_come_back_as_written)
         for (unsigned j = cols; j-- > 0;) {
             const dense1D<double, 8> c = m.col_read(j);
             EXPECT_EQ(c[7], j + 7e-4);
-            if (j == cols - 1 || !p.holds(j + 1)) EXPECT_EQ(p.first_col + p.window_cols - 1, j);
+            if (j == cols - 1 || !p.holds(j + 1)) {
+                EXPECT_EQ(p.first_col + p.window_cols - 1, j);
+            }
         }
         // A change through a read view is not written back.
         m.col_read(0)[3] = -1.0;
