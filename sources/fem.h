@@ -19,5 +19,6 @@
 #include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_base.h"
 #include "kelt/fem/solver_static_linear.h"
+#include "kelt/fem/solver_thermal_static_linear.h"
 #include "kelt/fem/stress_mgr.h"
 #include "kelt/fem/tables.h"

@@ -11,6 +11,7 @@
 
 #include "kelt/core/types.h"
 #include "kelt/engine/factorize.h"
+#include "kelt/engine/iteration_observer.h"
 #include "kelt/engine/multiply.h"
 #include "kelt/engine/skyline.h"
 #include "kelt/math/dense1D.h"
@@ -35,13 +36,13 @@ void vector_aypx(double beta, const double* x, double* y, unsigned n) noexcept;
 // `solver` gives log(level, format, ...), stop_requested(), raise_error(code,
 // title, file, line) and data->error_code. The residual is measured in the norm of
 // the preconditioner; its last value goes to `residual_norm` when given.
-template <class Op, class Precond, class Solver>
+template <class Op, class Precond>
 [[nodiscard]] error_type conj_gradient(Op&& op, Precond&& precond, const dense1D<double, 8>& b, dense1D<double, 8>& x,
-                                       conj_gradient_settings settings, Solver& solver,
+                                       conj_gradient_settings settings, iteration_observer& solver,
                                        double* residual_norm = nullptr)
 {
-    if (solver.data->error_code != no_error) return solver.data->error_code;
     if (solver.stop_requested()) return no_error;
+    char line[256];
     const unsigned n = b.size();
     if (x.size() != n) return invalid_data_error;
     dense1D<double, 8> g, p, q; // residual, search direction, work
@@ -60,32 +61,29 @@ template <class Op, class Precond, class Solver>
 
     unsigned k = 0;
     for (;;) {
-        solver.log(2, "%3d  two_norm(g)         : %+.5E (%.5E) \n", int(k), std::sqrt(rho), std::sqrt(rho / threshold));
-        if (rho < threshold || k + 1 >= settings.max_iters || solver.data->error_code != no_error) break;
+        std::snprintf(line, sizeof line, "%3d  two_norm(g)         : %+.5E (%.5E) \n", int(k), std::sqrt(rho),
+                      std::sqrt(rho / threshold));
+        solver.log(2, line);
+        solver.iteration(k, std::sqrt(rho));
+        if (rho < threshold || k + 1 >= settings.max_iters) break;
         ++k;
         if (solver.stop_requested()) break;
         std::fill(q.begin(), q.end(), 0.0);
         op(p.data(), q.data());
         const double alpha = vector_dot(g.data(), p.data(), n) / vector_dot(q.data(), p.data(), n);
-        if (!std::isfinite(alpha)) {
-            solver.raise_error(inf_nan_error, "INF or NaN detected.", __FILE__, __LINE__);
-            break;
-        }
+        if (!std::isfinite(alpha)) return inf_nan_error;
         vector_axpy(alpha, p.data(), x.data(), n);
         vector_axpy(-alpha, q.data(), g.data(), n);
         const double rho_old = rho;
         if (auto e = precond(g.data(), q.data(), rho); e != no_error) return e;
         const double beta = rho / rho_old;
-        if (!std::isfinite(beta)) {
-            solver.raise_error(inf_nan_error, "INF or NaN detected.", __FILE__, __LINE__);
-            break;
-        }
+        if (!std::isfinite(beta)) return inf_nan_error;
         vector_aypx(beta, q.data(), p.data(), n);
     }
     if (residual_norm) *residual_norm = std::sqrt(rho);
-    if (solver.data->error_code != no_error) return solver.data->error_code;
     if (!(rho < threshold)) return non_convergence_error;
-    solver.log(2, "Convergence within %d iterations.\n", int(k));
+    std::snprintf(line, sizeof line, "Convergence within %d iterations.\n", int(k));
+    solver.log(2, line);
     return no_error;
 }
 
@@ -93,12 +91,12 @@ template <class Op, class Precond, class Solver>
 // masked, the preconditioner `factor` (a factored matrix of the same order) with
 // the same rows set to 0, so that the values of x on those rows stay as given.
 // `residual_norm` gets the last residual norm.
-template <class Solver>
-[[nodiscard]] error_type conj_gradient_static(const symmetric_hybrid_OOC<double>& K,
+[[nodiscard]] inline error_type conj_gradient_static(const symmetric_hybrid_OOC<double>& K,
                                               const symmetric_hybrid_OOC<double>& factor,
                                               const std::vector<unsigned>& fixed_rows, const dense1D<double, 8>& b,
                                               dense1D<double, 8>& x, const conj_gradient_settings& settings,
-                                              Solver& solver, double& residual_norm, unsigned nbr_threads)
+                                              iteration_observer& solver, double& residual_norm,
+                                              unsigned nbr_threads)
 {
     residual_norm = 0.0;
     const unsigned n = K.nbr_rows();

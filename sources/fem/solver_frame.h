@@ -1,23 +1,25 @@
-// The working side of every solver: the stop check, the error and warning record,
-// the run log, timers, the memory check, and the frame of `run` that keeps every
-// exception away from the host.
+// The working side of every run: the record's status (first error, warnings, the
+// interrupt), the host's callbacks, the run log, the memory check, timers, and the
+// frame of `run` that keeps every exception away from the host. Phases receive a
+// `run_state` and nothing of the solver that calls them.
 #pragma once
 
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
-#include <initializer_list>
+#include <functional>
 #include <new>
 
-#include "kelt/core/assembler_base.h"
+#include "kelt/core/FEM_states.h"
 #include "kelt/core/context.h"
-#include "kelt/engine/wall_clock.h"
 #include "kelt/core/problem_data.h"
 #include "kelt/core/ref_counted.h"
+#include "kelt/engine/iteration_observer.h"
+#include "kelt/engine/wall_clock.h"
 #include "kelt/fem/solver_base.h"
 
 namespace kelt::core {
 
+class OOC_mgr;
 
 // Adds the time of a scope to a timer of the record.
 class phase_timer {
@@ -43,146 +45,100 @@ constexpr const char* source_name(const char* path) noexcept
 
 inline constexpr double bytes_to_MB = 9.5367431640625e-07;
 
-template <class Types, class Settings, class Data>
-class solver_base : public ref_counted {
+class run_state final : public iteration_observer {
 public:
-    using settings_type = Settings;
-    using data_type = Data;
-
-    solver_base(const Settings& s, Data& d) : settings(s), data(&d) {}
+    template <class Settings>
+    run_state(const Settings& s, fem::run_status& record)
+        : log_hdl(s.log_hdl), interrupt_hdl(s.interrupt_hdl), user_data(s.user_data), status(record)
+    {
+    }
+    run_state(const run_state&) = delete;
+    run_state& operator=(const run_state&) = delete;
 
     // Takes the problem and its context for the run; with `compute_penalties` the
     // problem caches its penalty factors. The model forgets its internal states,
     // so that a run starts from a clean model.
-    void set_problem(problem_data* p, bool compute_penalties)
-    {
-        problem = p;
-        context = p ? p->context.get() : nullptr;
-        if (!p) return;
-        if (compute_penalties) p->compute_penalties();
-        if (Ptr<numerical_model_base> model = p->model()) model->clear_internal_states();
-    }
+    void set_problem(problem_data* p, bool compute_penalties);
 
     // True when the body must end: an error, or an interrupt asked by the host now
     // or earlier. The interrupt overwrites any warning.
-    bool stop_requested()
-    {
-        if (data->error_code != no_error) return true;
-        if (data->warning_code != interrupted_warning && settings.interrupt_hdl &&
-            settings.interrupt_hdl(settings.user_data))
-            data->warning_code = interrupted_warning;
-        return data->warning_code == interrupted_warning;
-    }
+    bool stop_requested() override;
+    bool failed() const noexcept { return status.error_code != no_error; }
+    bool interrupted() const noexcept { return status.warning_code == interrupted_warning; }
+    // Neither an error nor an interrupt so far.
+    bool going() const noexcept { return !failed() && !interrupted(); }
 
     // The first error stays.
-    void raise_error(error_type code, const char* title, const char* file, int line)
-    {
-        if (data->error_code != no_error) return;
-        data->error_code = code;
-        copy_text(data->msg_title, title);
-        std::snprintf(data->msg_detail, fem::run_status::text_size, "\nFile = %s, Line #%d. \n", source_name(file),
-                      line);
-    }
-
+    void raise_error(error_type code, const char* title, const char* file, int line);
     // A warning is kept only on a clean record.
-    void raise_warning(error_type code, const char* title)
-    {
-        if (data->error_code != no_error || data->warning_code != no_error) return;
-        data->warning_code = code;
-        copy_text(data->msg_title, title);
-        data->msg_detail[0] = 0;
-    }
+    void raise_warning(error_type code, const char* title);
 
     // One line of the run log, formatted in 256 characters; the text carries its
     // own line ending.
-    __attribute__((format(printf, 3, 4))) void log(unsigned level, const char* format, ...) const
+    __attribute__((format(printf, 3, 4))) void log(unsigned level, const char* format, ...) const;
+    void log(unsigned level, const char* line) override;
+    void iteration(unsigned k, double residual_norm) override
     {
-        if (!settings.log_hdl) return;
-        char line[256];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(line, sizeof line, format, args);
-        va_end(args);
-        settings.log_hdl(settings.user_data, level, line);
+        if (on_iteration) on_iteration(k, residual_norm);
     }
+
     // True when `megabytes` pass the context's limit. The default limit, 0xFFFFFFFF,
     // is none: a model whose estimate no longer fits 32 bits still runs where memory allows.
-    bool above_total_limit(double megabytes) const
-    {
-        const unsigned limit = context ? context->process_mgr->max_total_size : 0xFFFFFFFFu;
-        return limit != 0xFFFFFFFFu && double(limit) < megabytes;
-    }
-    void log_memory(unsigned level, const char* format, unsigned count, double megabytes) const
-    {
-        log(level, format, count, megabytes);
-    }
-    void log_value(unsigned level, const char* format, double value) const { log(level, format, value); }
+    bool above_total_limit(double megabytes) const noexcept;
+    // "Insufficient memory." when `megabytes` pass the limit; false then.
+    bool check_memory(double megabytes, const char* file, int line);
 
-    // Raises `insufficient_memory_error` when the requests, in bytes, add up to more
-    // megabytes than the context allows. Returns false then.
-    bool check_memory(std::initializer_list<double> request_bytes, const char* file, int line)
-    {
-        double total = 0.0;
-        for (double b : request_bytes) total += b * bytes_to_MB;
-        if (above_total_limit(total)) {
-            raise_error(insufficient_memory_error, "Insufficient memory.", file, line);
-            return false;
-        }
-        return true;
-    }
+    unsigned threads() const noexcept;
+    unsigned LLC_size() const noexcept;
+    // The budget that large arrays share, null when all stay in core.
+    OOC_mgr* OOC() const noexcept;
 
-    // Where a solver wants no matrix or no vector built.
-    matrix_null_assembler matrix_null;
-    vector_null_assembler vector_null;
+    fem::log_handler log_hdl;
+    fem::interrupt_handler interrupt_hdl;
+    void* user_data;
+    fem::run_status& status;
     Ptr<problem_data> problem;
     Ptr<context_type> context;
-    Settings settings;
-    Data* data;
-
-private:
-    static void copy_text(char* to, const char* text)
-    {
-        std::snprintf(to, fem::run_status::text_size, "%s", text ? text : "");
-    }
+    // The solver's per-iteration report to the host, if it gives one.
+    std::function<void(unsigned, double)> on_iteration;
 };
 
-#define KELT_RAISE(solver, code, title) (solver).raise_error((code), (title), __FILE__, __LINE__)
+#define KELT_RAISE(run, code, title) (run).raise_error((code), (title), __FILE__, __LINE__)
 
 // The frame of every `run`: clear the record, check settings and data, run the
-// body, and turn whatever it throws into the record's error.
-template <class Solver, class Body>
-void run_frame(Solver& solver, const char* invalid_settings_text, const char* invalid_data_text, Body&& body)
+// body on a `run_state`, bring the output states in core, and turn whatever the
+// body throws into the record's error.
+template <class Settings, class Data, class Body>
+void run_frame(const Settings& settings, Data& data, const char* invalid_settings_text,
+               const char* invalid_data_text, Body&& body)
 {
-    auto& data = *solver.data;
+    fem::run_status& status = data;
+    auto refuse = [&](const char* title, const char* text) {
+        status.error_code = invalid_data_error;
+        std::snprintf(status.msg_title, fem::run_status::text_size, "%s", title);
+        std::snprintf(status.msg_detail, fem::run_status::text_size, "%s", text);
+    };
     data.clear_data_out();
-    if (invalid_settings_text && !solver.settings.valid()) {
-        data.error_code = invalid_data_error;
-        std::snprintf(data.msg_title, fem::run_status::text_size, "%s", "MODE ERROR");
-        std::snprintf(data.msg_detail, fem::run_status::text_size, "%s", invalid_settings_text);
-        return;
-    }
-    if (!data.valid()) {
-        if (data.error_code == no_error) {
-            data.error_code = invalid_data_error;
-            std::snprintf(data.msg_title, fem::run_status::text_size, "%s", "DATA ERROR");
-            std::snprintf(data.msg_detail, fem::run_status::text_size, "%s", invalid_data_text);
-        }
-        return;
-    }
+    if (invalid_settings_text && !settings.valid()) return refuse("MODE ERROR", invalid_settings_text);
+    if (!data.valid()) return refuse("DATA ERROR", invalid_data_text);
+    auto fail = [&](error_type code, const char* title) {
+        if (status.error_code != no_error) return;
+        status.error_code = code;
+        std::snprintf(status.msg_title, fem::run_status::text_size, "%s", title);
+        status.msg_detail[0] = 0;
+    };
     try {
-        body();
+        run_state run(settings, status);
+        body(run);
+        // The output states end wholly in core: the whole of them if the budget
+        // allows, else the part held now.
+        if constexpr (requires { data.U; })
+            if (auto* U = static_cast<FEM_real_states*>(fem::core_of(data.U)))
+                if (U->cols() && !U->force_incore() && !U->in_core(0, 1)) fail(memory_error, "MEMORY ERROR");
     } catch (const std::bad_alloc&) {
-        if (data.error_code == no_error) {
-            data.error_code = memory_error;
-            std::snprintf(data.msg_title, fem::run_status::text_size, "%s", "MEMORY ERROR");
-            data.msg_detail[0] = 0;
-        }
+        fail(memory_error, "MEMORY ERROR");
     } catch (...) {
-        if (data.error_code == no_error) {
-            data.error_code = internal_error;
-            std::snprintf(data.msg_title, fem::run_status::text_size, "%s", "INTERNAL ERROR");
-            data.msg_detail[0] = 0;
-        }
+        fail(internal_error, "INTERNAL ERROR");
     }
 }
 

@@ -1,103 +1,128 @@
-// The records and handles of the static linear solvers, and the one instance of
-// each working class.
+// Linear statics, as a run of shared phases: the prescribed DOFs of every case and
+// their intersection, numbering, memory, the right-hand sides before the matrix (a
+// mistake in the loads ends a run before the expensive part), K and its factor,
+// then the resolution of all cases and the report.
 #include "kelt/fem/solver_static_linear.h"
 
-#include <cstring>
+#include <algorithm>
+
+#include "kelt/fem/phases/assembly.h"
+#include "kelt/fem/phases/factor.h"
+#include "kelt/fem/phases/numbering.h"
+#include "kelt/fem/phases/problem.h"
+#include "kelt/fem/phases/report.h"
+#include "kelt/fem/phases/static_resolution.h"
+#include "kelt/fem/phases/states.h"
 
 namespace kelt::core {
 
-template class solver_static_linear<OOC_matrix_types, fem::solver_static_linear::settings_type,
-                                    fem::solver_static_linear::data_type>;
-template class solver_static_linear<OOC_matrix_types, fem::solver_thermal_static_linear::settings_type,
-                                    fem::solver_thermal_static_linear::data_type>;
+using fem::solver_static_linear;
+
+namespace {
+
+void static_linear_run(run_state& run, const solver_static_linear::settings_type& settings,
+                       solver_static_linear::data_type& data)
+{
+    numerical_model_base* model = take_problem(run, problem_of(data));
+    if (!model) return;
+    const problem_data& problem = *run.problem;
+    const unsigned cases = problem.nbr_load_cases();
+    FEM_real_states& U = output_states(data.U);
+    const FEM_real_states* U_start = input_states(data.U_start);
+    unsigned current_case = 0;
+    if (settings.iteration_hdl)
+        run.on_iteration = [&](unsigned k, double r) { settings.iteration_hdl(run.user_data, current_case, k, r); };
+
+    run.log(0, "STATIC LINEAR RUN (KELT FEM 4.4.0.0) (%d RHS)\n", int(cases));
+    const double start = wall_clock();
+
+    // Numbering: DOFs prescribed in every case leave K, the others stay in it.
+    const prescribed_set prescribed = collect_prescribed(problem);
+    numbering n;
+    if (!number_DOFs(run, *model, kind_stiffness, prescribed.common, settings.RHS_only, n, data.time_numbering))
+        return;
+    prescribed_layout layout;
+    if (size_static_states(run, U, n, prescribed, cases, layout)) {
+        data.RHS_size_MB = double(U.rows()) * double(U.cols()) * 8.0 * bytes_to_MB;
+        data.K_size_MB = n.K_size_MB;
+        data.total_size_MB += data.K_size_MB + data.RHS_size_MB;
+        (void)run.check_memory(data.total_size_MB, __FILE__, __LINE__);
+    }
+    data.nbr_free_DOFs = n.size();
+    data.nbr_rows = U.rows();
+    data.nbr_prescribed_out_K = U.rows() - std::min(U.rows(), n.size());
+    data.nbr_prescribed_in_K = layout.nbr_in_K;
+    run.log(2, "Numbering and matrix profile       : %10.2f s.\n", data.time_numbering);
+    log_K_request(run, n);
+    log_states_request(run, (unsigned long long)U.rows() * U.cols(), data.RHS_size_MB);
+    if (run.stop_requested()) return;
+
+    // Right-hand sides, with the thermal loads of each case.
+    for (unsigned i = 0; i < U.cols() && i < problem.stresses.size(); ++i)
+        (void)U.set_stress_mgr(i, problem.stresses[i].get());
+    if (U_start && U_start->cols() && !restore_internal_states(run, *model, U_start->internal_state(0))) return;
+    if (!assemble_load_cases(run, *model, kind_stiffness, 0.0, state_view(U_start, 0), U, data.time_RHS_assembly))
+        return;
+    for (unsigned i = 0; i < U.cols(); ++i) run.log(2, "%3d ||F||                : %+E \n", int(i), two_norm(U.col_read(i)));
+    data.energies.clear();
+    if (!data.energies.resize(cases, 0.0)) throw std::bad_alloc();
+
+    if (!settings.RHS_only) {
+        // The gradient multiplies by K as assembled: K then keeps its values and a
+        // copy is factorised.
+        indexed_sym_matrix K, copy;
+        element_pass_type pass = make_pass(problem);
+        pass.U = state_view(U_start, 0);
+        if (run.stop_requested()) return;
+        const bool assembled = assemble_matrix(run, *model, kind_stiffness, pass, n, K, data.time_K_assembly);
+        run.log(1, "Numerical assembly matrix K        : %10.2f s.\n", data.time_K_assembly);
+        if (!assembled) return;
+        log_matrix_statistics(run, K.matrix);
+        const bool keep_K = layout.nbr_in_K > 0;
+        if (keep_K && !copy_for_factor(run, K, n, copy)) return;
+        indexed_sym_matrix& F = keep_K ? copy : K;
+        factor_options options;
+        options.policy = settings.force_pivots ? pivot_policy::force_positive : pivot_policy::check_positive;
+        if (!factorise_static(run, F, n, options, data, data.time_factorization)) return;
+        data.uses_disk = uses_disk(run);
+
+        if (run.stop_requested()) return;
+        {
+            phase_timer t(data.time_resolution);
+            const static_system system{*model, kind_stiffness, n, prescribed, layout, U, K, F};
+            solve_static_cases(run, system, {settings.CG_max_iters, settings.CG_tolerance}, data.energies);
+        }
+        run.log(1, "Resolution RHS                     : %10.2f s.\n", data.time_resolution);
+        if (!run.going()) return;
+    }
+    data.uses_disk = uses_disk(run);
+
+    for (unsigned i = 0; i < U.cols(); ++i) {
+        const dense1D<double, 8> col = U.col_read(i);
+        double lo = 0.0, hi = 0.0;
+        run.log(2, "%3d ||du||               : %+E \n", int(i), two_norm(col));
+        field_range(col, *U.IDs, 0, 2, lo, hi);
+        run.log(2, "%3d max displacement     : %+E \n", int(i), hi);
+        run.log(2, "%3d min displacement     : %+E \n", int(i), lo);
+        field_range(col, *U.IDs, 3, 5, lo, hi);
+        run.log(2, "%3d max rotation         : %+E \n", int(i), hi);
+        run.log(2, "%3d min rotation         : %+E \n", int(i), lo);
+        run.log(2, "%3d elastic energy       : %+E \n", int(i), data.energies[i]);
+    }
+    data.time_total = wall_clock() - start;
+    run.log(0, "Total computing time               : %10.2f s.\n\n", data.time_total);
+}
+
+} // namespace
 
 } // namespace kelt::core
 
 namespace kelt::fem {
 
-using data_type = solver_static_linear::data_type;
-
-data_type::data_type(const problem_data& p) : problem_data(p), U_ref(U), RHS_size_ref(RHS_size_MB)
-{
-    clear_data_out();
-}
-
-data_type::data_type(const data_type& o) : problem_data(o), U_ref(U), RHS_size_ref(RHS_size_MB) { copy_fields(o); }
-
-data_type& data_type::operator=(const data_type& o)
-{
-    if (&o == this) return *this;
-    problem_data::operator=(o);
-    copy_fields(o);
-    return *this;
-}
-
-// Every field but the two aliases, which stay on this record's own fields.
-void data_type::copy_fields(const data_type& o)
-{
-    U_start = o.U_start;
-    U = o.U;
-    nbr_free_DOFs = o.nbr_free_DOFs;
-    nbr_prescribed_in_K = o.nbr_prescribed_in_K;
-    nbr_prescribed_out_K = o.nbr_prescribed_out_K;
-    nbr_rows = o.nbr_rows;
-    energies = o.energies;
-    bad_IDs = o.bad_IDs;
-    nbr_bad = o.nbr_bad;
-    pivot_min = o.pivot_min;
-    pivot_max = o.pivot_max;
-    bad_pivot_ID = o.bad_pivot_ID;
-    K_size_MB = o.K_size_MB;
-    RHS_size_MB = o.RHS_size_MB;
-    total_size_MB = o.total_size_MB;
-    uses_disk = o.uses_disk;
-    error_code = o.error_code;
-    warning_code = o.warning_code;
-    std::memcpy(msg_title, o.msg_title, sizeof msg_title);
-    std::memcpy(msg_detail, o.msg_detail, sizeof msg_detail);
-    time_numbering = o.time_numbering;
-    time_K_assembly = o.time_K_assembly;
-    time_RHS_assembly = o.time_RHS_assembly;
-    time_factorization = o.time_factorization;
-    time_resolution = o.time_resolution;
-    time_total = o.time_total;
-}
-
-void data_type::clear_data_out()
-{
-    U.clear();
-    nbr_free_DOFs = nbr_prescribed_in_K = nbr_prescribed_out_K = nbr_rows = 0;
-    energies.clear();
-    bad_IDs.clear();
-    nbr_bad = 0;
-    pivot_min = pivot_max = 0.0;
-    bad_pivot_ID = 0xFFFFFFFFu;
-    K_size_MB = RHS_size_MB = total_size_MB = 0.0;
-    uses_disk = false;
-    error_code = warning_code = no_error;
-    msg_title[0] = msg_detail[0] = 0;
-    time_numbering = time_K_assembly = time_RHS_assembly = time_factorization = time_resolution = time_total = 0.0;
-}
-
-bool data_type::valid() const { return has_numerical_model(); }
-
 void solver_static_linear::run(data_type& data) const
 {
-    core::solver_static_linear<core::OOC_matrix_types, settings_type, data_type> solver(settings, data);
-    core::run_frame(solver, nullptr, "KELT solver_static_linear: invalid data.\n", [&] {
-        solver.run();
-        solver.compact_solution();
-    });
-}
-
-void solver_thermal_static_linear::run(data_type& data) const
-{
-    core::solver_static_linear<core::OOC_matrix_types, settings_type, data_type> solver(settings, data,
-                                                                                       core::static_family::thermal);
-    core::run_frame(solver, nullptr, "KELT solver_thermal_static_linear: invalid data.\n", [&] {
-        solver.run();
-        solver.compact_solution();
-    });
+    core::run_frame(settings, data, nullptr, "KELT solver_static_linear: invalid data.\n",
+                    [&](core::run_state& run) { core::static_linear_run(run, settings, data); });
 }
 
 } // namespace kelt::fem

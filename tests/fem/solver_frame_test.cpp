@@ -47,45 +47,34 @@ public:
     settings_type settings;
 };
 
-struct test_types {};
-
-class counting_core : public core::solver_base<test_types, counting_solver::settings_type, counting_solver::data_type> {
-public:
-    using solver_base::solver_base;
-
-    void body()
-    {
-        set_problem(static_cast<core::problem_data*>(fem::core_of(*data)), true);
-        core::phase_timer total(data->total_time);
-        log(0, "KELT counting solver.\n");
-        for (int p = 0; p < settings.phases; ++p) {
-            if (stop_requested()) return;
-            for (action a : settings.actions) act(a);
-            ++data->phases_done;
-            log(1, "Phase %d done.\n", p);
-        }
+// The body: phases that each start with a stop check and do what the settings ask.
+void counting_body(core::run_state& run, const counting_solver::settings_type& settings,
+                   counting_solver::data_type& data)
+{
+    run.set_problem(static_cast<core::problem_data*>(fem::core_of(data)), true);
+    core::phase_timer total(data.total_time);
+    run.log(0, "KELT counting solver.\n");
+    for (int p = 0; p < settings.phases; ++p) {
+        if (run.stop_requested()) return;
+        for (action a : settings.actions) switch (a) {
+            case action::log_phase: run.log(2, "Value = %g.\n", 1.5); break;
+            case action::warn_pivot: run.raise_warning(pivot_warning, "Pivot warning."); break;
+            case action::warn_convergence: run.raise_warning(convergence_warning, "Convergence warning."); break;
+            case action::raise_pivot: KELT_RAISE(run, pivot_error, "Pivot error."); break;
+            case action::raise_memory: KELT_RAISE(run, memory_error, "Memory error."); break;
+            case action::throw_bad_alloc: throw std::bad_alloc();
+            case action::throw_other: throw std::runtime_error("unexpected");
+            case action::need_memory: (void)run.check_memory(1.5 + 0.75, __FILE__, __LINE__); break;
+            }
+        ++data.phases_done;
+        run.log(1, "Phase %d done.\n", p);
     }
-
-    void act(action a)
-    {
-        switch (a) {
-        case action::log_phase: log_value(2, "Value = %g.\n", 1.5); break;
-        case action::warn_pivot: raise_warning(pivot_warning, "Pivot warning."); break;
-        case action::warn_convergence: raise_warning(convergence_warning, "Convergence warning."); break;
-        case action::raise_pivot: KELT_RAISE(*this, pivot_error, "Pivot error."); break;
-        case action::raise_memory: KELT_RAISE(*this, memory_error, "Memory error."); break;
-        case action::throw_bad_alloc: throw std::bad_alloc();
-        case action::throw_other: throw std::runtime_error("unexpected");
-        case action::need_memory: check_memory({1.5 * 1048576.0, 0.75 * 1048576.0}, __FILE__, __LINE__); break;
-        }
-    }
-};
+}
 
 void counting_solver::run(data_type& data) const
 {
-    counting_core solver(settings, data);
-    core::run_frame(solver, "KELT counting: invalid settings.\n", "KELT counting: invalid data.\n",
-                    [&] { solver.body(); });
+    core::run_frame(settings, data, "KELT counting: invalid settings.\n", "KELT counting: invalid data.\n",
+                    [&](core::run_state& run) { counting_body(run, settings, data); });
 }
 
 struct log_capture {
@@ -282,8 +271,8 @@ TEST_F(solver_frame, null_handlers_change_no_result)
 
 TEST_F(solver_frame, long_log_lines_are_cut_at_the_buffer)
 {
-    counting_core solver(s.settings, d);
-    solver.log(2, "%s", std::string(600, 'x').c_str());
+    core::run_state run(s.settings, d);
+    run.log(2, "%s", std::string(600, 'x').c_str());
     ASSERT_EQ(c.lines.size(), 1u);
     EXPECT_EQ(c.lines[0].second.size(), 255u);
 }

@@ -1,0 +1,124 @@
+#include "kelt/fem/phases/assembly.h"
+
+#include <algorithm>
+
+#include "kelt/core/load_pass.h"
+#include "kelt/core/loads_mgr.h"
+
+namespace kelt::core {
+
+element_pass_type make_pass(const problem_data& problem, double time)
+{
+    element_pass_type pass;
+    pass.pos = problem.pos;
+    pass.time = time;
+    pass.penalty_displacement = problem.penalty_displacement;
+    pass.penalty_rotation = problem.penalty_rotation;
+    return pass;
+}
+
+DOF_values_view state_view(const FEM_real_states* states, unsigned col)
+{
+    DOF_values_view v;
+    if (states && col < states->cols()) (void)v.assign(*states, col);
+    return v;
+}
+
+bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind, element_pass_type pass,
+                     const numbering& n, indexed_sym_matrix& A, double& timer, double factor)
+{
+    phase_timer t(timer);
+    A.IDs = n.free_IDs;
+    if (A.matrix.create(n.profile, n.size(), 0.0, run.OOC()) != no_error || A.nbr_rows() != n.size()) {
+        A.matrix.clear();
+        KELT_RAISE(run, memory_error, "Matrix allocation error.");
+        return false;
+    }
+    matrix_sym_assembler<indexed_sym_matrix> into(A, factor);
+    pass.matrix = &into;
+    error_type e = model.run_elements(kind, pass);
+    if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
+    if (e != no_error) KELT_RAISE(run, e, "Assembly error.");
+    return e == no_error;
+}
+
+error_type assemble_vector(numerical_model_base& model, unsigned kind, element_pass_type pass,
+                           indexed_vector& target, double factor)
+{
+    vector_assembler<indexed_vector> into(target, factor);
+    pass.matrix_mode = matrix_none;
+    pass.vector = &into;
+    return model.run_elements(kind, pass);
+}
+
+namespace {
+// True when a case has thermal loads for some model.
+bool has_thermal_loads(const stress_super_mgr* s) noexcept
+{
+    return s && std::any_of(s->thermal.begin(), s->thermal.end(), [](const auto& t) { return bool(t); });
+}
+} // namespace
+
+error_type assemble_loads(const problem_data& problem, numerical_model_base& model, unsigned thermal_kind,
+                          unsigned i, double time, const DOF_values_view& state, indexed_vector& target,
+                          unsigned& skipped)
+{
+    std::fill(target.values.begin(), target.values.end(), 0.0);
+    element_pass_type pass = make_pass(problem, time);
+    pass.U = state;
+    if (const loads_mgr* loads = problem.loads[i].get()) {
+        vector_assembler<indexed_vector> into(target, 1.0);
+        load_pass_type lp(into, 1.0, time, i);
+        lp.element_pass = &pass;
+        if (const error_type e = loads->assemble(lp); e != no_error) return e;
+    }
+    (void)skipped;
+    const stress_super_mgr* thermal = i < problem.stresses.size() ? problem.stresses[i].get() : nullptr;
+    if (!has_thermal_loads(thermal)) return no_error;
+    pass.U.clear();
+    pass.has_thermal = true;
+    pass.thermal = thermal;
+    return assemble_vector(model, thermal_kind, pass, target);
+}
+
+bool assemble_load_cases(run_state& run, numerical_model_base& model, unsigned thermal_kind, double time,
+                         const DOF_values_view& state, FEM_real_states& U, double& timer)
+{
+    {
+        phase_timer t(timer);
+        unsigned skipped = 0;
+        for (unsigned i = 0; i < U.cols(); ++i) {
+            if (run.stop_requested()) return false;
+            indexed_vector target;
+            target.values = U.col(i);
+            target.IDs = U.IDs;
+            if (target.values.size() != U.rows()) {
+                KELT_RAISE(run, internal_error, "Assembly error.");
+                break;
+            }
+            if (const error_type e = assemble_loads(*run.problem, model, thermal_kind, i, time, state, target, skipped);
+                e != no_error) {
+                KELT_RAISE(run, e, "Assembly error.");
+                break;
+            }
+        }
+        if (skipped) run.log(1, "Loads with no DOF or element      : %10u \n", skipped);
+    }
+    run.log(1, "Numerical assembly matrix RHS      : %10.2f s.\n", timer);
+    return !run.failed() && !run.stop_requested();
+}
+
+error_type multiply_by_model(numerical_model_base& model, unsigned kind, element_pass_type pass,
+                             const Ptr<vector_fast>& rows, const double* x, matrix_product_assembler::row_range x_rows,
+                             double* y, matrix_product_assembler::row_range y_rows, double& energy)
+{
+    matrix_product_assembler product(*rows, x, x_rows, y, y_rows, -1.0);
+    pass.U.rows = rows;
+    pass.U.values = dense1D<double, 8>(rows->size(), const_cast<double*>(x));
+    pass.matrix = &product;
+    const error_type e = model.run_elements(kind, pass);
+    energy = pass.total_energy;
+    return e;
+}
+
+} // namespace kelt::core

@@ -1,0 +1,31 @@
+#include "kelt/fem/phases/report.h"
+
+#include <cmath>
+
+#include "kelt/core/DOFs_mgr.h"
+
+namespace kelt::core {
+
+double two_norm(const dense1D<double, 8>& v) noexcept
+{
+    double s = 0.0;
+    for (double x : v) s += x * x;
+    return std::sqrt(s);
+}
+
+void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigned first_place, unsigned last_place,
+                 double& lo, double& hi) noexcept
+{
+    bool any = false;
+    lo = hi = 0.0;
+    for (unsigned r = 0; r < col.size() && r < rows.size(); ++r) {
+        const unsigned place = rows[r] % DOFs_mgr::nbr_places;
+        if (place < first_place || place > last_place) continue;
+        const double v = col[r];
+        if (!any || v < lo) lo = v;
+        if (!any || v > hi) hi = v;
+        any = true;
+    }
+}
+
+} // namespace kelt::core

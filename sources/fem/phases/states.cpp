@@ -1,0 +1,31 @@
+#include "kelt/fem/phases/states.h"
+
+#include "kelt/elements/internal_states.h"
+
+namespace kelt::core {
+
+bool commit_internal_states(run_state& run, numerical_model_base& model, unsigned kind, element_pass_type pass)
+{
+    pass.matrix = nullptr;
+    pass.vector = nullptr;
+    pass.matrix_mode = matrix_none;
+    pass.commit = true;
+    if (const error_type e = model.run_elements(kind, pass); e != no_error) {
+        KELT_RAISE(run, e, "FEM error.");
+        return false;
+    }
+    return true;
+}
+
+bool restore_internal_states(run_state& run, numerical_model_base& model, const ref_counted* store)
+{
+    const auto* states = dynamic_cast<const internal_states*>(store);
+    if (!states) return true;
+    if (const error_type e = model.set_internal_states(*states); e != no_error) {
+        KELT_RAISE(run, e, "Model error.");
+        return false;
+    }
+    return true;
+}
+
+} // namespace kelt::core

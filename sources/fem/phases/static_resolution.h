@@ -1,0 +1,60 @@
+// The resolution of a static system with many load cases and prescribed values:
+// the layout of its solution, the elimination of the prescribed values that stay
+// out of K, block solves of the cases that need the factor alone, and the
+// gradient for the cases that hold DOFs of K at given values.
+#pragma once
+
+#include <vector>
+
+#include "kelt/core/FEM_states.h"
+#include "kelt/engine/skyline.h"
+#include "kelt/fem/phases/factor.h"
+#include "kelt/fem/phases/numbering.h"
+#include "kelt/fem/phases/problem.h"
+#include "kelt/fem/solver_frame.h"
+#include "kelt/fem/solver_static_linear.h"
+
+namespace kelt::core {
+
+// Where each case's prescribed DOFs lie: inside K (a DOF some other case leaves
+// free) or out of it.
+struct prescribed_layout {
+    std::vector<bool> in_K;  // per case
+    std::vector<bool> out_K; // per case
+    unsigned nbr_in_K = 0;   // entries of all lists inside K
+};
+
+// U sized for `cases` columns over the free DOFs in solver order, then the
+// prescribed DOFs out of K, each once ("Matrix allocation error." when it cannot
+// be had), and where the prescribed DOFs lie.
+[[nodiscard]] bool size_static_states(run_state& run, FEM_real_states& U, const numbering& n,
+                                      const prescribed_set& prescribed, unsigned cases, prescribed_layout& layout);
+
+// K factorised under `options`, with its log lines ("Factorization matrix K", the
+// statistics, the pivot extremes) and the pivot report in the record. False when
+// the run must end.
+[[nodiscard]] bool factorise_static(run_state& run, indexed_sym_matrix& K, const numbering& n,
+                                    const factor_options& options, fem::static_linear_outputs& out, double& timer);
+
+struct static_system {
+    numerical_model_base& model;
+    unsigned kind; // of K
+    const numbering& n;
+    const prescribed_set& prescribed;
+    const prescribed_layout& layout;
+    FEM_real_states& U;                 // the right-hand sides in, the solutions out
+    const indexed_sym_matrix& K;        // as assembled: the gradient's operator
+    const indexed_sym_matrix& factor;   // K's factor (K itself when factorised in place)
+};
+
+struct gradient_settings {
+    unsigned max_iters = 100;
+    double tolerance = 1e-8;
+};
+
+// Every column of U solved; energies[i] = ½ uᵢᵀ K uᵢ with the work of the
+// prescribed rows included.
+void solve_static_cases(run_state& run, const static_system& s, const gradient_settings& cg,
+                        dense1D<double, 8>& energies);
+
+} // namespace kelt::core
