@@ -99,8 +99,10 @@ public:
     fem::run_status& status;
     Ptr<problem_data> problem;
     Ptr<context_type> context;
-    // The solver's per-iteration report to the host, if it gives one.
+    // The solver's per-iteration report to the host, if it gives one, and the
+    // load case (or step) that the iterations belong to.
     std::function<void(unsigned, double)> on_iteration;
+    unsigned current_case = 0;
 };
 
 #define KELT_RAISE(run, code, title) (run).raise_error((code), (title), __FILE__, __LINE__)

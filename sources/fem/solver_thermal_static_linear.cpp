@@ -28,9 +28,8 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
     const unsigned cases = problem.nbr_load_cases();
     FEM_real_states& U = output_states(data.U);
     const FEM_real_states* U_start = input_states(data.U_start);
-    unsigned current_case = 0;
     if (settings.iteration_hdl)
-        run.on_iteration = [&](unsigned k, double r) { settings.iteration_hdl(run.user_data, current_case, k, r); };
+        run.on_iteration = [&](unsigned k, double r) { settings.iteration_hdl(run.user_data, run.current_case, k, r); };
 
     run.log(0, "THERMAL STATIC LINEAR RUN (KELT FEM 4.4.0.0) (%d RHS)\n", int(cases));
     const double start = wall_clock();

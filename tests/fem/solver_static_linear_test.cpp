@@ -208,6 +208,7 @@ struct log_capture {
     std::vector<std::pair<unsigned, std::string>> lines;
     int interrupt_at = -1; // the call of the interrupt handler that says stop
     int interrupt_calls = 0;
+    std::vector<std::pair<unsigned, double>> iterations; // (load case, residual) per iteration of the gradient
 
     bool has(const std::string& start) const
     {
@@ -505,11 +506,20 @@ TEST(solver_static_linear, a_value_held_by_one_case_of_two_goes_through_the_grad
     held_inside s;
     log_capture c, r;
     auto solver = solver_with<fem::solver_static_linear>(c);
+    solver.settings.iteration_hdl = [](void* user, unsigned load_case, unsigned k, double residual) {
+        auto& it = static_cast<log_capture*>(user)->iterations;
+        EXPECT_EQ(k, it.size());
+        it.emplace_back(load_case, residual);
+    };
     fem::solver_static_linear::data_type data(s.two_cases());
     solver.run(data);
     ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
     EXPECT_EQ(data.nbr_prescribed_in_K, 3u); // the centre's three components
     EXPECT_TRUE(c.has("Conjugate gradient algorithm.\n"));
+    // Each iteration is reported to the host, for the case that holds the value.
+    ASSERT_GE(c.iterations.size(), 2u);
+    EXPECT_TRUE(std::all_of(c.iterations.begin(), c.iterations.end(), [](const auto& i) { return i.first == 1; }));
+    EXPECT_LT(c.iterations.back().second, 1e-10 * c.iterations.front().second);
 
     // The reference: case 1 alone, where every value it holds is common, so out of K.
     fem::problem_data single = s.t.problem(s.m, s.model, 1);

@@ -25,11 +25,12 @@ DOF_values_view state_view(const FEM_real_states* states, unsigned col)
 }
 
 bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind, element_pass_type pass,
-                     const numbering& n, indexed_sym_matrix& A, double& timer, double factor)
+                     const numbering& n, indexed_sym_matrix& A, double& timer, double factor, bool add)
 {
     phase_timer t(timer);
     A.IDs = n.free_IDs;
-    if (A.matrix.create(n.profile, n.size(), 0.0, run.OOC()) != no_error || A.nbr_rows() != n.size()) {
+    if (add ? A.nbr_rows() != n.size()
+            : A.matrix.create(n.profile, n.size(), 0.0, run.OOC()) != no_error || A.nbr_rows() != n.size()) {
         A.matrix.clear();
         KELT_RAISE(run, memory_error, "Matrix allocation error.");
         return false;

@@ -22,11 +22,12 @@ DOF_values_view state_view(const FEM_real_states* states, unsigned col);
 // A matrix on the numbering's profile, under the context's budget ("Matrix
 // allocation error."), filled by the element loop of `kind` with `pass` (whose
 // matrix_mode says which matrix: tangent, material, geometric, ...) scaled by
-// `factor` ("Assembly error."). The time goes to `timer`; the caller makes the
+// `factor` ("Assembly error."). With `add`, A keeps its values and the pass adds
+// to them (K - s M from two passes). The time goes to `timer`; the caller makes the
 // stop check before and writes its log line after, also on failure.
 [[nodiscard]] bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind,
                                    element_pass_type pass, const numbering& n, indexed_sym_matrix& A,
-                                   double& timer, double factor = 1.0);
+                                   double& timer, double factor = 1.0, bool add = false);
 
 // target += the vector of a pass of `kind` (internal forces with a state in
 // `pass.U`, thermal loads with `pass.thermal`).

@@ -209,6 +209,7 @@ private:
         settings.tol = cg_.tolerance;
         settings.max_iters = cg_.max_iters;
         double residual = 0.0;
+        run_.current_case = i;
         const error_type e = conj_gradient_static(s_.K.matrix, s_.factor.matrix, fixed, b, x, settings, run_,
                                                   residual, run_.threads());
         col = column(i);
