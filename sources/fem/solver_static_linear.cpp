@@ -62,6 +62,7 @@ void static_linear_run(run_state& run, const solver_static_linear::settings_type
     if (U_start && U_start->cols() && !restore_internal_states(run, *model, U_start->internal_state(0))) return;
     if (!assemble_load_cases(run, *model, kind_stiffness, 0.0, state_view(U_start, 0), U, data.time_RHS_assembly))
         return;
+    if (!check_finite(run, U, __FILE__, __LINE__)) return;
     for (unsigned i = 0; i < U.cols(); ++i) run.log(2, "%3d ||F||                : %+E \n", int(i), two_norm(U.col_read(i)));
     data.energies.clear();
     if (!data.energies.resize(cases, 0.0)) throw std::bad_alloc();
@@ -92,7 +93,7 @@ void static_linear_run(run_state& run, const solver_static_linear::settings_type
             solve_static_cases(run, system, {settings.CG_max_iters, settings.CG_tolerance}, data.energies);
         }
         run.log(1, "Resolution RHS                     : %10.2f s.\n", data.time_resolution);
-        if (!run.going()) return;
+        if (!run.going() || !check_finite(run, U, __FILE__, __LINE__)) return;
     }
     data.uses_disk = uses_disk(run);
 

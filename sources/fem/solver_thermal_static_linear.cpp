@@ -59,6 +59,7 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
     if (U_start && U_start->cols() && !restore_internal_states(run, *model, U_start->internal_state(0))) return;
     if (!assemble_load_cases(run, *model, kind_thermal_load, 0.0, state_view(U_start, 0), U, data.time_RHS_assembly))
         return;
+    if (!check_finite(run, U, __FILE__, __LINE__)) return;
     for (unsigned i = 0; i < U.cols(); ++i) run.log(2, "%3d ||F||                : %+E \n", int(i), two_norm(U.col_read(i)));
     log_K_request(run, n);
     data.energies.clear();
@@ -86,7 +87,7 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
             solve_static_cases(run, system, {settings.CG_max_iters, settings.CG_tolerance}, data.energies);
         }
         run.log(1, "Resolution RHS                     : %10.2f s.\n", data.time_resolution);
-        if (!run.going()) return;
+        if (!run.going() || !check_finite(run, U, __FILE__, __LINE__)) return;
     }
     data.uses_disk = uses_disk(run);
 

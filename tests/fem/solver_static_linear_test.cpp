@@ -9,6 +9,8 @@
 #include <map>
 #include <random>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "kelt/fem.h"
@@ -822,4 +824,79 @@ TEST(solver_static_linear, a_matrix_on_disk_gives_the_results_in_core)
         EXPECT_EQ(in_core.energies[j], on_disk.energies[j]);
     }
     EXPECT_EQ(in_core.pivot_min, on_disk.pivot_min);
+}
+
+// ---------------------------------------------------------------------------------
+// Input that a careless host gives: no run reports a non-finite result as a
+// success, a budget's own code reaches the record, and a problem changed inside a
+// callback does not bring the run down.
+
+TEST(solver_static_linear, non_finite_loads_or_held_values_are_refused)
+{
+    const double huge = 1e308, nan = std::nan("");
+    const struct row {
+        const char* what;
+        double load, held;
+    } rows[] = {{"two loads of 1e308 on one DOF", huge, 0.0}, {"a NaN held value", 0.0, nan}};
+    for (const row& w : rows) {
+        cantilever beam;
+        fem::loads_mgr loads = beam.problem.get_loads_mgr(0);
+        EXPECT_EQ(loads.record_DOF_load(dof(beam.tip, 1), w.load, no_func), no_error);
+        EXPECT_EQ(loads.record_DOF_load(dof(beam.tip, 1), w.load, no_func), no_error);
+        EXPECT_EQ(loads.record_DOF_prescribed_value(dof(beam.tip, 0), w.held, no_func), no_error);
+        fem::solver_static_linear solver;
+        fem::solver_static_linear::data_type data(beam.problem);
+        solver.run(data);
+        EXPECT_EQ(data.error_code, inf_nan_error) << w.what;
+        EXPECT_STREQ(data.msg_title, "INF or NaN detected.") << w.what;
+    }
+}
+
+TEST(solver_static_linear, a_swap_folder_gone_keeps_its_own_code)
+{
+    test_context t; // a matrix of a few MB, beyond a budget of 1 MB
+    const double size[3] = {30.0, 1.0, 1.0};
+    mesh m = box_mesh(element_hexa27, size, {30, 2, 2});
+    fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.pos(0, node) == 0.0) (void)DOFs.set(node, displacement_tag, false);
+    fem::problem_data problem(t.ctx, m.pos, DOFs, t.solid(m, 1000.0, 0.3), 1);
+    char root[] = "/tmp/kelt_gone_XXXXXX";
+    ASSERT_NE(mkdtemp(root), nullptr);
+    const std::string swap = std::string(root) + "/swap";
+    ASSERT_EQ(::mkdir(swap.c_str(), 0700), 0);
+    ASSERT_EQ(t.ctx.set_max_incore_size(1, (std::string(root) + "/").c_str(), "swap/"), no_error);
+    ASSERT_EQ(::rmdir(swap.c_str()), 0);
+    ASSERT_EQ(::rmdir(root), 0);
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    EXPECT_EQ(data.error_code, temp_file_error) << data.msg_title; // not an allocation error: the host moves the folder
+}
+
+TEST(solver_static_linear, a_problem_emptied_inside_the_interrupt_handler_ends_the_run_cleanly)
+{
+    struct host {
+        fem::problem_data* problem;
+        int at, calls = 0;
+    };
+    for (int at = 1; at < 12; ++at) {
+        held_inside s;
+        fem::problem_data p = s.two_cases();
+        host h{&p, at};
+        fem::solver_static_linear solver;
+        solver.settings.user_data = &h;
+        solver.settings.interrupt_hdl = [](void* user) {
+            auto* h = static_cast<host*>(user);
+            if (++h->calls == h->at) {
+                dense2D<double> pos = h->problem->get_pos_matrix();
+                fem::DOFs_mgr DOFs = h->problem->get_DOFs_mgr();
+                h->problem->init(pos, DOFs, h->problem->NM_ID(), 0); // no load case any more
+            }
+            return false;
+        };
+        fem::solver_static_linear::data_type data(p);
+        solver.run(data);
+        EXPECT_EQ(data.error_code, no_error) << at << data.msg_title;
+    }
 }

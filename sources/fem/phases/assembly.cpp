@@ -4,6 +4,7 @@
 
 #include "kelt/core/load_pass.h"
 #include "kelt/core/loads_mgr.h"
+#include "kelt/fem/phases/factor.h"
 
 namespace kelt::core {
 
@@ -29,15 +30,16 @@ bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind,
 {
     phase_timer t(timer);
     A.IDs = n.free_IDs;
-    if (add ? A.nbr_rows() != n.size()
-            : A.matrix.create(n.profile, n.size(), 0.0, run.OOC()) != no_error || A.nbr_rows() != n.size()) {
+    error_type e = add ? no_error : A.matrix.create(n.profile, n.size(), 0.0, run.OOC());
+    if (e == no_error && A.nbr_rows() != n.size()) e = memory_error;
+    if (e != no_error) {
         A.matrix.clear();
-        KELT_RAISE(run, memory_error, "Matrix allocation error.");
+        raise_allocation_error(run, e, __FILE__, __LINE__);
         return false;
     }
     matrix_sym_assembler<indexed_sym_matrix> into(A, factor);
     pass.matrix = &into;
-    error_type e = model.run_elements(kind, pass);
+    e = model.run_elements(kind, pass);
     if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
     if (e != no_error) KELT_RAISE(run, e, "Assembly error.");
     return e == no_error;
@@ -67,7 +69,9 @@ error_type assemble_loads(const problem_data& problem, numerical_model_base& mod
     std::fill(target.values.begin(), target.values.end(), 0.0);
     element_pass_type pass = make_pass(problem, time);
     pass.U = state;
-    if (const loads_mgr* loads = problem.loads[i].get()) {
+    // Sizes are read again at each case: a host may have changed the problem in a
+    // callback, against the contract, and a case that is gone has no load.
+    if (const loads_mgr* loads = i < problem.loads.size() ? problem.loads[i].get() : nullptr) {
         vector_assembler<indexed_vector> into(target, 1.0);
         load_pass_type lp(into, 1.0, time, i);
         lp.element_pass = &pass;

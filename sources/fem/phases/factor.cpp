@@ -1,6 +1,7 @@
 #include "kelt/fem/phases/factor.h"
 
 #include <algorithm>
+#include <cmath>
 #include <new>
 #include <vector>
 
@@ -81,15 +82,34 @@ bool uses_disk(const run_state& run) noexcept
     return mgr && mgr->files_created.load() > 0;
 }
 
+void raise_allocation_error(run_state& run, error_type code, const char* file, int line)
+{
+    switch (code) {
+    case insufficient_memory_error: run.raise_error(code, "Insufficient memory.", file, line); break;
+    case temp_file_error: run.raise_error(code, "Memory error.", file, line); break;
+    default: run.raise_error(memory_error, "Matrix allocation error.", file, line); break;
+    }
+}
+
+bool check_finite(run_state& run, const FEM_real& U, const char* file, int line)
+{
+    for (unsigned j = 0; j < U.cols(); ++j) {
+        const dense1D<double, 8> col = U.col_read(j);
+        if (!std::all_of(col.begin(), col.end(), [](double v) { return std::isfinite(v); })) {
+            run.raise_error(inf_nan_error, "INF or NaN detected.", file, line);
+            return false;
+        }
+    }
+    return true;
+}
+
 bool copy_for_factor(run_state& run, const indexed_sym_matrix& A, const numbering& n, indexed_sym_matrix& copy)
 {
     copy.IDs = A.IDs;
-    error_type e = no_error;
-    if (copy.matrix.create(n.profile, A.nbr_rows(), 0.0, run.OOC()) != no_error || copy.nbr_rows() != A.nbr_rows())
-        e = memory_error;
-    else
-        e = copy_matrix_values(A.matrix, copy.matrix);
-    if (e != no_error) KELT_RAISE(run, e, "Matrix allocation error.");
+    error_type e = copy.matrix.create(n.profile, A.nbr_rows(), 0.0, run.OOC());
+    if (e == no_error && copy.nbr_rows() != A.nbr_rows()) e = memory_error;
+    if (e == no_error) e = copy_matrix_values(A.matrix, copy.matrix);
+    if (e != no_error) raise_allocation_error(run, e, __FILE__, __LINE__);
     return e == no_error;
 }
 

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "kelt/core/FEM_matrix.h"
 #include "kelt/engine/skyline.h"
 #include "kelt/fem/phases/numbering.h"
 #include "kelt/fem/solver_frame.h"
@@ -46,6 +47,14 @@ void log_matrix_statistics(const run_state& run, const symmetric_hybrid_OOC<doub
 
 // True when some large array of the run went to a swap file.
 bool uses_disk(const run_state& run) noexcept;
+
+// A failed allocation with the code the budget gave: "Insufficient memory." when
+// the budget is too small, "Memory error." when its swap folder failed, "Matrix
+// allocation error." when memory ran out.
+void raise_allocation_error(run_state& run, error_type code, const char* file, int line);
+
+// "INF or NaN detected." when a value of the columns is not finite; false then.
+[[nodiscard]] bool check_finite(run_state& run, const FEM_real& U, const char* file, int line);
 
 // A copy of A's values on its own profile (under the budget), for a caller that
 // needs A unfactored beside its factor. "Matrix allocation error." on failure.

@@ -1,6 +1,7 @@
 #include "kelt/fem/phases/static_resolution.h"
 
 #include <algorithm>
+#include <cmath>
 #include <new>
 
 #include "kelt/core/loads_mgr.h"
@@ -107,13 +108,18 @@ private:
     // the case has none.
     bool gather_prescribed(unsigned i, dense1D<double, 8>& values)
     {
-        const loads_mgr* loads = run_.problem->loads[i].get();
+        const auto& cases = run_.problem->loads;
+        const loads_mgr* loads = i < cases.size() ? cases[i].get() : nullptr; // gone if a callback changed the problem
         if (!loads || s_.prescribed.empty(i)) return false;
         if (!values.resize(rows_)) throw std::bad_alloc();
         std::fill(values.begin(), values.end(), 0.0);
         vector_null_assembler none;
         const load_pass_type lp(none, 1.0, 0.0, i);
         loads->prescribed_vector(lp, *s_.U.IDs, values);
+        if (!std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); })) {
+            KELT_RAISE(run_, inf_nan_error, "INF or NaN detected.");
+            return false;
+        }
         return true;
     }
 
@@ -124,7 +130,7 @@ private:
         if (s_.prescribed.empty(i)) return true;
         if (run_.stop_requested()) return false;
         dense1D<double, 8> values;
-        if (!gather_prescribed(i, values)) return true;
+        if (!gather_prescribed(i, values)) return !run_.failed();
         if (std::all_of(values.begin(), values.end(), [](double v) { return v == 0.0; })) return true;
         dense1D<double, 8> col = column(i);
         if (col.size() != rows_) {
@@ -189,7 +195,7 @@ private:
     void solve_constrained(unsigned i)
     {
         dense1D<double, 8> values, b, x;
-        (void)gather_prescribed(i, values);
+        if (!gather_prescribed(i, values)) return;
         if (!b.resize(Nf_) || !x.resize(Nf_)) throw std::bad_alloc();
         dense1D<double, 8> col = column(i);
         if (col.size() != rows_) {
