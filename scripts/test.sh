@@ -6,6 +6,9 @@ cd "$(dirname "$0")/.."
 source scripts/setup.sh
 kelt_install_missing
 
+# Layers point down only; checked before anything is built.
+scripts/check_layers.sh
+
 build=${KELT_BUILD_DIR:-build}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELT_BUILD_TESTS=ON -DKELT_BUILD_EXAMPLES=ON
 cmake --build "$build" -j"$(kelt_jobs)"

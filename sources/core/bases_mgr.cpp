@@ -151,17 +151,26 @@ frame3 orthonormalised(const frame3& given)
     return f;
 }
 
-void basis_base::to_local(const point3& point, point3& v) const
+namespace {
+
+frame3 frame_at(const basis_base& b, const point3& point)
 {
     frame3 q;
-    get_matrix(point, q);
+    b.get_matrix(point, q);
+    return q;
+}
+
+} // namespace
+
+void basis_base::to_local(const point3& point, point3& v) const
+{
+    const frame3 q = frame_at(*this, point);
     v = {{dot(column(q, 0), v), dot(column(q, 1), v), dot(column(q, 2), v)}};
 }
 
 void basis_base::to_global(const point3& point, point3& v) const
 {
-    frame3 q;
-    get_matrix(point, q);
+    const frame3 q = frame_at(*this, point);
     point3 g;
     for (unsigned i = 0; i < 3; ++i) g[i] = q(i, 0) * v[0] + q(i, 1) * v[1] + q(i, 2) * v[2];
     v = g;
@@ -169,40 +178,29 @@ void basis_base::to_global(const point3& point, point3& v) const
 
 void basis_base::rotate_stress_to_local(const point3& point, voigt6& stress) const
 {
-    frame3 q;
-    get_matrix(point, q);
-    core::rotate_stress_to_local(q, stress);
+    core::rotate_stress_to_local(frame_at(*this, point), stress);
 }
 
 void basis_base::rotate_strain_to_local(const point3& point, voigt6& strain) const
 {
-    frame3 q;
-    get_matrix(point, q);
-    core::rotate_strain_to_local(q, strain);
+    core::rotate_strain_to_local(frame_at(*this, point), strain);
 }
 
 void basis_base::rotate_stress_to_global(const point3& point, voigt6& stress) const
 {
-    frame3 q;
-    get_matrix(point, q);
-    core::rotate_stress_to_global(q, stress);
+    core::rotate_stress_to_global(frame_at(*this, point), stress);
 }
 
 void basis_base::rotate_strain_to_global(const point3& point, voigt6& strain) const
 {
-    frame3 q;
-    get_matrix(point, q);
-    core::rotate_strain_to_global(q, strain);
+    core::rotate_strain_to_global(frame_at(*this, point), strain);
 }
 
 cartesian_basis::cartesian_basis(const frame3& given) : frame(orthonormalised(given)) {}
 
 void cartesian_basis::get_matrix(const point3&, frame3& out) const { out = frame; }
 
-cylindrical_basis::cylindrical_basis(const point3& origin_, const point3& axis_)
-    : origin(origin_), axis(normalised_axis(axis_))
-{
-}
+axial_basis::axial_basis(const point3& origin_, const point3& axis_) : origin(origin_), axis(normalised_axis(axis_)) {}
 
 void cylindrical_basis::get_matrix(const point3& point, frame3& frame) const
 {
@@ -215,11 +213,6 @@ void cylindrical_basis::get_matrix(const point3& point, frame3& frame) const
     set_column(frame, 0, radial);
     set_column(frame, 1, cross(axis, radial));
     set_column(frame, 2, axis);
-}
-
-spherical_basis::spherical_basis(const point3& origin_, const point3& axis_)
-    : origin(origin_), axis(normalised_axis(axis_))
-{
 }
 
 void spherical_basis::get_matrix(const point3& point, frame3& frame) const
@@ -236,22 +229,26 @@ void spherical_basis::get_matrix(const point3& point, frame3& frame) const
     set_column(frame, 2, radial);
 }
 
-unsigned bases_mgr::create_cartesian(const frame3& frame)
+namespace {
+
+unsigned add(bases_mgr& mgr, basis_base* basis)
 {
-    bases.push_back(Ptr<basis_base>(new cartesian_basis(frame)));
-    return size() - 1;
+    mgr.bases.push_back(Ptr<basis_base>(basis));
+    return mgr.size() - 1;
 }
+
+} // namespace
+
+unsigned bases_mgr::create_cartesian(const frame3& frame) { return add(*this, new cartesian_basis(frame)); }
 
 unsigned bases_mgr::create_cylindrical(const point3& origin, const point3& axis)
 {
-    bases.push_back(Ptr<basis_base>(new cylindrical_basis(origin, axis)));
-    return size() - 1;
+    return add(*this, new cylindrical_basis(origin, axis));
 }
 
 unsigned bases_mgr::create_spherical(const point3& origin, const point3& axis)
 {
-    bases.push_back(Ptr<basis_base>(new spherical_basis(origin, axis)));
-    return size() - 1;
+    return add(*this, new spherical_basis(origin, axis));
 }
 
 } // namespace kelt::core

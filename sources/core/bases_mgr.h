@@ -49,24 +49,27 @@ public:
     frame3 frame;
 };
 
-// Columns: radial, tangential, axial, about the line through `origin` along `axis`.
-class cylindrical_basis : public basis_base {
+// A frame that turns about the line through `origin` along `axis`.
+class axial_basis : public basis_base {
 public:
-    cylindrical_basis(const point3& origin, const point3& axis);
-    void get_matrix(const point3& point, frame3& frame) const override;
+    axial_basis(const point3& origin, const point3& axis);
 
     point3 origin;
     point3 axis; // unit
 };
 
-// Columns: first tangential (axis x radial), second tangential, radial from `origin`.
-class spherical_basis : public basis_base {
+// Columns: radial, tangential, axial, about the line through `origin` along `axis`.
+class cylindrical_basis : public axial_basis {
 public:
-    spherical_basis(const point3& origin, const point3& axis);
+    using axial_basis::axial_basis;
     void get_matrix(const point3& point, frame3& frame) const override;
+};
 
-    point3 origin;
-    point3 axis; // unit
+// Columns: first tangential (axis x radial), second tangential, radial from `origin`.
+class spherical_basis : public axial_basis {
+public:
+    using axial_basis::axial_basis;
+    void get_matrix(const point3& point, frame3& frame) const override;
 };
 
 // The unit vector of an axis; a null axis (norm at most 1e-12) gets 1 as its third

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <new>
 
 namespace kelt::core {
@@ -90,53 +89,6 @@ std::vector<Ptr<evolution_func_base>> evolution_funcs_mgr::slots(const dense1D<u
     for (unsigned i = 0; i < IDs.size(); ++i)
         if (IDs[i] < funcs.size()) out[i] = funcs[IDs[i]];
     return out;
-}
-
-unsigned evolution_funcs_mgr::create_cste(double c) { return add(new evolution_func_constant(c)); }
-
-unsigned evolution_funcs_mgr::create_linear(double a) { return add(new evolution_func_linear(a)); }
-
-unsigned evolution_funcs_mgr::create_sinus(double omega, double phi)
-{
-    return add(new evolution_func_sinus(omega, phi));
-}
-
-unsigned evolution_funcs_mgr::create_triangle(double center, double width)
-{
-    const double slope = width <= 0.0 ? std::numeric_limits<double>::lowest() : -2.0 / width;
-    return add(new evolution_func_triangle(center, slope));
-}
-
-unsigned evolution_funcs_mgr::create_trapeze(double t0, double t1, double v0, double v1)
-{
-    double a = 0.0, b = 0.0;
-    if (t1 > t0) {
-        a = (v1 - v0) / (t1 - t0);
-        b = (t1 * v0 - t0 * v1) / (t1 - t0);
-    }
-    return add(new evolution_func_trapeze(t0, t1, a, b));
-}
-
-unsigned evolution_funcs_mgr::create_discret(const dense1D<double, 8>& times, const dense1D<double, 8>& values)
-{
-    return add(new evolution_func_discret(times, values));
-}
-
-unsigned evolution_funcs_mgr::create_sum(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& coefficients)
-{
-    Ptr<evolution_func_sum> sum = new evolution_func_sum;
-    sum->funcs = slots(IDs);
-    // Evaluation reads one coefficient per function: the sizes are matched here.
-    if (!sum->coefficients.resize(IDs.size(), 0.0)) throw std::bad_alloc();
-    std::copy_n(coefficients.begin(), std::min(IDs.size(), coefficients.size()), sum->coefficients.begin());
-    return add(sum.get());
-}
-
-unsigned evolution_funcs_mgr::create_mult(const dense1D<unsigned, 8>& IDs)
-{
-    Ptr<evolution_func_mult> mult = new evolution_func_mult;
-    mult->funcs = slots(IDs);
-    return add(mult.get());
 }
 
 void evolution_funcs_mgr::clear() { funcs.resize(2); }

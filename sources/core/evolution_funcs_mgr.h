@@ -2,6 +2,9 @@
 // values, and the manager that hands out their indices.
 #pragma once
 
+#include <algorithm>
+#include <limits>
+#include <new>
 #include <vector>
 
 #include "kelt/core/ref_counted.h"
@@ -91,25 +94,66 @@ public:
     std::vector<Ptr<evolution_func_base>> funcs;
 };
 
-// Index 0 is the constant 1 and index 1 the time itself, from construction on and
-// through clear(). Each create_ returns the new index, size() - 1. Allocation
-// failures throw std::bad_alloc, as the growth of the function list does.
-class evolution_funcs_mgr : public ref_counted {
+// The create_ operations, written once for the manager and its public handle: each
+// builds a function and hands it to Self::add, which returns its index, size() - 1.
+// Self::slots gives the functions named by a list of indices, an index at or past
+// the end leaving an empty slot. Allocation failures throw std::bad_alloc.
+template <class Self>
+class evolution_funcs_creation {
 public:
-    evolution_funcs_mgr();
-
-    unsigned create_cste(double c);
-    unsigned create_linear(double a);
-    unsigned create_sinus(double omega, double phi);
+    unsigned create_cste(double c) { return self().add(new evolution_func_constant(c)); }
+    unsigned create_linear(double a) { return self().add(new evolution_func_linear(a)); }
+    unsigned create_sinus(double omega, double phi) { return self().add(new evolution_func_sinus(omega, phi)); }
     // A spike of height 1 at center falling to 0 at center +- width / 2; width <= 0
     // leaves the spike alone.
-    unsigned create_triangle(double center, double width);
+    unsigned create_triangle(double center, double width)
+    {
+        const double slope = width <= 0.0 ? std::numeric_limits<double>::lowest() : -2.0 / width;
+        return self().add(new evolution_func_triangle(center, slope));
+    }
     // From v0 at t0 towards v1 at t1, t1 excluded; 0 everywhere unless t1 > t0.
-    unsigned create_trapeze(double t0, double t1, double v0, double v1);
-    unsigned create_discret(const dense1D<double, 8>& times, const dense1D<double, 8>& values);
-    // An index at or past the end leaves an empty slot. Coefficients beyond the IDs are ignored and missing ones are 0.
-    unsigned create_sum(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& coefficients);
-    unsigned create_mult(const dense1D<unsigned, 8>& IDs);
+    unsigned create_trapeze(double t0, double t1, double v0, double v1)
+    {
+        double a = 0.0, b = 0.0;
+        if (t1 > t0) {
+            a = (v1 - v0) / (t1 - t0);
+            b = (t1 * v0 - t0 * v1) / (t1 - t0);
+        }
+        return self().add(new evolution_func_trapeze(t0, t1, a, b));
+    }
+    // Piecewise linear through the points, constant outside; times must increase.
+    unsigned create_discret(const dense1D<double, 8>& times, const dense1D<double, 8>& values)
+    {
+        return self().add(new evolution_func_discret(times, values));
+    }
+    // An unknown index leaves a slot worth 1.0. Coefficients beyond the IDs are
+    // ignored and missing ones are 0.
+    unsigned create_sum(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& coefficients)
+    {
+        Ptr<evolution_func_sum> sum = new evolution_func_sum;
+        sum->funcs = self().slots(IDs);
+        // Evaluation reads one coefficient per function: the sizes are matched here.
+        if (!sum->coefficients.resize(IDs.size(), 0.0)) throw std::bad_alloc();
+        std::copy_n(coefficients.begin(), std::min(IDs.size(), coefficients.size()), sum->coefficients.begin());
+        return self().add(sum.get());
+    }
+    // Product; an unknown index is a factor 1.0, and an empty list gives 0.
+    unsigned create_mult(const dense1D<unsigned, 8>& IDs)
+    {
+        Ptr<evolution_func_mult> mult = new evolution_func_mult;
+        mult->funcs = self().slots(IDs);
+        return self().add(mult.get());
+    }
+
+private:
+    Self& self() noexcept { return static_cast<Self&>(*this); }
+};
+
+// Index 0 is the constant 1 and index 1 the time itself, from construction on and
+// through clear().
+class evolution_funcs_mgr : public ref_counted, public evolution_funcs_creation<evolution_funcs_mgr> {
+public:
+    evolution_funcs_mgr();
 
     unsigned size() const noexcept { return unsigned(funcs.size()); }
     // Keeps the two permanent functions.
@@ -122,11 +166,11 @@ public:
     // 0.0 when out of range.
     double value(unsigned index, double t) const;
 
-    std::vector<Ptr<evolution_func_base>> funcs;
-
-private:
+    // The index of a new function, which the manager then holds.
     unsigned add(evolution_func_base* f);
     std::vector<Ptr<evolution_func_base>> slots(const dense1D<unsigned, 8>& IDs) const;
+
+    std::vector<Ptr<evolution_func_base>> funcs;
 };
 
 } // namespace kelt::core

@@ -43,49 +43,20 @@ loads_mgr::loads_mgr(context_type* context_, const std::vector<Ptr<loads_mgr>>& 
 
 loads_mgr::~loads_mgr() = default;
 
-error_type loads_mgr::record_DOF_load(unsigned ID, double value, unsigned func)
+error_type loads_mgr::record_value(load_list which, unsigned ID, double value, unsigned func)
 {
-    push(DOF_loads, ID, value, func);
+    push(which == load_list::forces ? DOF_loads : prescribed_values, ID, value, func);
     return no_error;
 }
 
-error_type loads_mgr::record_batch(dense1D<DOF_value, 8>& list, const dense1D<unsigned, 8>& IDs,
-                                   const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs, unsigned func)
+error_type loads_mgr::record_values(load_list which, const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                                    const dense1D<unsigned, 8>* funcs, unsigned func)
 {
     if (IDs.size() != values.size() || (funcs && funcs->size() != IDs.size())) return invalid_data_error;
+    dense1D<DOF_value, 8>& list = which == load_list::forces ? DOF_loads : prescribed_values;
     if (!list.reserve(list.size() + IDs.size(), 2)) return no_error; // dropped whole, as push_back drops
     for (unsigned i = 0; i < IDs.size(); ++i) push(list, IDs[i], values[i], funcs ? (*funcs)[i] : func);
     return no_error;
-}
-
-error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                       const dense1D<unsigned, 8>& funcs)
-{
-    return record_batch(DOF_loads, IDs, values, &funcs, 0);
-}
-
-error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                       unsigned func)
-{
-    return record_batch(DOF_loads, IDs, values, nullptr, func);
-}
-
-error_type loads_mgr::record_DOF_prescribed_value(unsigned ID, double value, unsigned func)
-{
-    push(prescribed_values, ID, value, func);
-    return no_error;
-}
-
-error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                                   const dense1D<unsigned, 8>& funcs)
-{
-    return record_batch(prescribed_values, IDs, values, &funcs, 0);
-}
-
-error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                                   unsigned func)
-{
-    return record_batch(prescribed_values, IDs, values, nullptr, func);
 }
 
 error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kelt/core/DOF_load_recording.h"
 #include "kelt/core/elementary_load.h"
 #include "kelt/core/load_pass.h"
 #include "kelt/core/ref_counted.h"
@@ -29,7 +30,7 @@ struct NM_load_record {
     unsigned load;
 };
 
-class loads_mgr : public ref_counted {
+class loads_mgr : public ref_counted, public DOF_load_recording<loads_mgr> {
 public:
     // How far back a new element load looks for an equal one to share.
     static constexpr unsigned look_back = 3;
@@ -43,18 +44,12 @@ public:
     loads_mgr& operator=(const loads_mgr&) = delete;
 
     // Recording checks no identifier and no function index. Memory shortage drops
-    // a record, as push_back does; a batch is recorded whole or not at all.
-    [[nodiscard]] error_type record_DOF_load(unsigned ID, double value, unsigned func);
-    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                              const dense1D<unsigned, 8>& funcs);
-    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                              unsigned func);
-    [[nodiscard]] error_type record_DOF_prescribed_value(unsigned ID, double value, unsigned func);
-    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
-                                                          const dense1D<double, 8>& values,
-                                                          const dense1D<unsigned, 8>& funcs);
-    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
-                                                          const dense1D<double, 8>& values, unsigned func);
+    // a record, as push_back does; a batch is recorded whole or not at all. The
+    // record_DOF_ forms come from DOF_load_recording through these two.
+    [[nodiscard]] error_type record_value(load_list which, unsigned ID, double value, unsigned func);
+    [[nodiscard]] error_type record_values(load_list which, const dense1D<unsigned, 8>& IDs,
+                                           const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs,
+                                           unsigned func);
     // A foreign tag lands on identifier node x 9 - 1, a place that no field uses.
     [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
     // F on the three translations and M on the three rotations: six records.
@@ -97,9 +92,6 @@ private:
     // it appended, scaled by `factor`, with function `func`. False when memory fails.
     bool store_load(const elementary_load& load, unsigned func, double factor, unsigned& index);
     void add_NM_load(unsigned func, const NM_load_record& record);
-    static error_type record_batch(dense1D<DOF_value, 8>& list, const dense1D<unsigned, 8>& IDs,
-                                   const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs,
-                                   unsigned func);
     double evolution(unsigned func, double t) const;
 };
 

@@ -190,28 +190,6 @@ error_type stress_super_mgr::set_columns(unsigned model, bool by_node, const FEM
     return no_error;
 }
 
-error_type stress_super_mgr::set_thermal_load_elements(unsigned model, const FEM_real& values,
-                                                       const dense1D<unsigned, 8>& evols)
-{
-    return set_columns(model, false, values, &evols, stress_mgr_base::no_evol);
-}
-
-error_type stress_super_mgr::set_thermal_load_elements(unsigned model, const FEM_real& values, unsigned evol)
-{
-    return set_columns(model, false, values, nullptr, evol);
-}
-
-error_type stress_super_mgr::set_thermal_load_nodal(unsigned model, const FEM_real& values,
-                                                    const dense1D<unsigned, 8>& evols)
-{
-    return set_columns(model, true, values, &evols, stress_mgr_base::no_evol);
-}
-
-error_type stress_super_mgr::set_thermal_load_nodal(unsigned model, const FEM_real& values, unsigned evol)
-{
-    return set_columns(model, true, values, nullptr, evol);
-}
-
 error_type stress_super_mgr::add_scaled(const stress_super_mgr& other, double factor)
 {
     if (factor == 0.0) return no_error;

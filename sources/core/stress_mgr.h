@@ -90,14 +90,11 @@ public:
     [[nodiscard]] error_type set_thermal_load(unsigned model, const double* v, unsigned n, unsigned evol);
     [[nodiscard]] error_type set_thermal_load_element(unsigned model, unsigned element, const double* v, unsigned n,
                                                       unsigned evol);
-    // Column j of `values` is the value of element (node) j. `evols` is empty
-    // (no function for any) or has one entry per column; another size is refused.
-    [[nodiscard]] error_type set_thermal_load_elements(unsigned model, const FEM_real& values,
-                                                       const dense1D<unsigned, 8>& evols);
-    [[nodiscard]] error_type set_thermal_load_elements(unsigned model, const FEM_real& values, unsigned evol);
-    [[nodiscard]] error_type set_thermal_load_nodal(unsigned model, const FEM_real& values,
-                                                    const dense1D<unsigned, 8>& evols);
-    [[nodiscard]] error_type set_thermal_load_nodal(unsigned model, const FEM_real& values, unsigned evol);
+    // Column j of `values` is the value of element j, or of node j when `by_node`.
+    // `evols` null gives every column `evol`; else it is empty (no function for
+    // any) or has one entry per column, another size being refused.
+    [[nodiscard]] error_type set_columns(unsigned model, bool by_node, const FEM_real& values,
+                                         const dense1D<unsigned, 8>* evols, unsigned evol);
 
     // Load-case combination: this += factor x other, model by model.
     [[nodiscard]] error_type add_scaled(const stress_super_mgr& other, double factor);
@@ -107,8 +104,6 @@ public:
 
 private:
     stress_mgr_thermal* find_or_create(unsigned model, bool check_model, error_type& e);
-    error_type set_columns(unsigned model, bool by_node, const FEM_real& values, const dense1D<unsigned, 8>* evols,
-                           unsigned evol);
 };
 
 } // namespace kelt::core

@@ -15,11 +15,6 @@ public:
     explicit FEM_states(const FEM_matrix& m);
     // A window of n columns from `first`, with their managers.
     FEM_states(const FEM_states& src, unsigned first, unsigned n);
-    FEM_states(const FEM_states&) = default;
-    FEM_states(FEM_states&&) = default;
-    FEM_states& operator=(const FEM_states&) = default;
-    FEM_states& operator=(FEM_states&&) = default;
-    ~FEM_states() override = default;
 
     // Deep copy of the values; the managers are shared.
     void copy(const FEM_states& src);

@@ -1,5 +1,6 @@
 // The public handle: one pointer to a counted object of the implementation layer.
-// Copies share the object; only operations named `copy` are deep.
+// Copies share the object; only operations named `copy` are deep. Derived handles
+// keep the implicit copy, move and destructor, which come down to the ones here.
 #pragma once
 
 #include "kelt/core/ref_counted.h"

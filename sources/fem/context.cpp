@@ -6,7 +6,20 @@
 namespace kelt::fem {
 
 namespace {
+
 core::context_type& ctx(const base_class& h) { return *static_cast<core::context_type*>(core_of(h)); }
+
+// The process manager, held for the time of a call.
+Ptr<core::process_mgr> process(const base_class& h) { return ctx(h).process_mgr; }
+
+// `h`, an empty handle, attached to one of the context's managers.
+template <class H, class M>
+H on_mgr(H h, const Ptr<M>& mgr)
+{
+    attach(h, mgr.get());
+    return h;
+}
+
 } // namespace
 
 context::context() { set_w(new core::context_type); }
@@ -18,35 +31,11 @@ void context::set_min_penalty_factor(double f) { ctx(*this).min_penalty_factor =
 double context::get_shell_drilling_factor() const { return ctx(*this).shell_drilling_factor; }
 void context::set_shell_drilling_factor(double f) { ctx(*this).shell_drilling_factor = f; }
 
-unsigned context::get_max_threads() const
-{
-    Ptr<core::process_mgr> p = hold<core::context_type>()->process_mgr;
-    return p->max_threads;
-}
-
-void context::set_max_threads(unsigned n)
-{
-    Ptr<core::process_mgr> p = hold<core::context_type>()->process_mgr;
-    p->set_max_threads(n);
-}
-
-unsigned context::get_LLC_size() const
-{
-    Ptr<core::process_mgr> p = hold<core::context_type>()->process_mgr;
-    return p->LLC_size;
-}
-
-void context::set_LLC_size(unsigned bytes)
-{
-    Ptr<core::process_mgr> p = hold<core::context_type>()->process_mgr;
-    p->set_LLC_size(bytes);
-}
-
-void context::set_max_total_size(unsigned mb)
-{
-    Ptr<core::process_mgr> p = hold<core::context_type>()->process_mgr;
-    p->max_total_size = mb;
-}
+unsigned context::get_max_threads() const { return process(*this)->max_threads; }
+void context::set_max_threads(unsigned n) { process(*this)->set_max_threads(n); }
+unsigned context::get_LLC_size() const { return process(*this)->LLC_size; }
+void context::set_LLC_size(unsigned bytes) { process(*this)->set_LLC_size(bytes); }
+void context::set_max_total_size(unsigned mb) { process(*this)->max_total_size = mb; }
 
 error_type context::set_max_incore_size(unsigned mb, const char* path, const char* name)
 {
@@ -61,23 +50,14 @@ error_type context::memory_management(unsigned mb, const char* path, const char*
 
 numerical_models_mgr context::the_NM_mgr() const
 {
-    numerical_models_mgr h;
-    attach(h, hold<core::context_type>()->numerical_models_mgr.get());
-    return h;
+    return on_mgr(numerical_models_mgr(), ctx(*this).numerical_models_mgr);
 }
 
-bases_mgr context::the_bases_mgr() const
-{
-    bases_mgr h;
-    attach(h, hold<core::context_type>()->bases_mgr.get());
-    return h;
-}
+bases_mgr context::the_bases_mgr() const { return on_mgr(bases_mgr(), ctx(*this).bases_mgr); }
 
 evolution_funcs_mgr context::the_evol_funcs_mgr() const
 {
-    evolution_funcs_mgr h;
-    attach(h, hold<core::context_type>()->evolution_funcs_mgr.get());
-    return h;
+    return on_mgr(evolution_funcs_mgr(), ctx(*this).evolution_funcs_mgr);
 }
 
 const char* version() { return "4.4.0.0"; }

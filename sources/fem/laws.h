@@ -17,11 +17,6 @@ class bases_mgr;
 // size and leaves the law without parameters.
 class law_base : public base_class {
 public:
-    law_base(const law_base&) = default;
-    law_base(law_base&&) = default;
-    law_base& operator=(const law_base&) = default;
-    law_base& operator=(law_base&&) = default;
-    ~law_base() override = default;
 
     // The parameters as given and completed; empty for an empty handle.
     dense1D<double, 8> get_data() const;

@@ -23,38 +23,15 @@ void loads_mgr::create(context& ctx)
     }
 }
 
-error_type loads_mgr::record_DOF_load(unsigned ID, double value, unsigned func)
+error_type loads_mgr::record_value(core::load_list which, unsigned ID, double value, unsigned func)
 {
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_load(ID, value, func); });
+    return call<lm>(*this, [&](lm& l) { return l.record_value(which, ID, value, func); });
 }
 
-error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                       const dense1D<unsigned, 8>& funcs)
+error_type loads_mgr::record_values(core::load_list which, const dense1D<unsigned, 8>& IDs,
+                                    const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs, unsigned func)
 {
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_loads(IDs, values, funcs); });
-}
-
-error_type loads_mgr::record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                       unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_loads(IDs, values, func); });
-}
-
-error_type loads_mgr::record_DOF_prescribed_value(unsigned ID, double value, unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_value(ID, value, func); });
-}
-
-error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                                   const dense1D<unsigned, 8>& funcs)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_values(IDs, values, funcs); });
-}
-
-error_type loads_mgr::record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                                   unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_DOF_prescribed_values(IDs, values, func); });
+    return call<lm>(*this, [&](lm& l) { return l.record_values(which, IDs, values, funcs, func); });
 }
 
 error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)

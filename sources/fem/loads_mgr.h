@@ -3,6 +3,7 @@
 // function given by index.
 #pragma once
 
+#include "kelt/core/DOF_load_recording.h"
 #include "kelt/core/elementary_load.h"
 #include "kelt/core/types.h"
 #include "kelt/fem/base_class.h"
@@ -20,29 +21,13 @@ using elementary_load = core::elementary_load;
 // Recording checks no DOF identifier and no function index; an index past the
 // context's functions stands for the constant 1. A batch whose sizes differ is
 // refused whole with `invalid_data_error`.
-class loads_mgr : public base_class {
+class loads_mgr : public base_class, public core::DOF_load_recording<loads_mgr> {
 public:
     explicit loads_mgr(context& ctx);
-    loads_mgr(const loads_mgr&) = default;
-    loads_mgr(loads_mgr&&) = default;
-    loads_mgr& operator=(const loads_mgr&) = default;
-    loads_mgr& operator=(loads_mgr&&) = default;
-    ~loads_mgr() override = default;
 
     // A new, empty load case on the context; the old one is released.
     void create(context& ctx);
 
-    [[nodiscard]] error_type record_DOF_load(unsigned ID, double value, unsigned func);
-    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                              const dense1D<unsigned, 8>& funcs);
-    [[nodiscard]] error_type record_DOF_loads(const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
-                                              unsigned func);
-    [[nodiscard]] error_type record_DOF_prescribed_value(unsigned ID, double value, unsigned func);
-    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
-                                                          const dense1D<double, 8>& values,
-                                                          const dense1D<unsigned, 8>& funcs);
-    [[nodiscard]] error_type record_DOF_prescribed_values(const dense1D<unsigned, 8>& IDs,
-                                                          const dense1D<double, 8>& values, unsigned func);
     // A tag that is no field records on identifier node x 9 - 1, which no field uses.
     [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
     // Force on the translations and moment on the rotations of a node: six records.
@@ -61,6 +46,12 @@ public:
 protected:
     loads_mgr() = default;
     friend class problem_data;
+
+private:
+    friend class core::DOF_load_recording<loads_mgr>;
+    error_type record_value(core::load_list which, unsigned ID, double value, unsigned func);
+    error_type record_values(core::load_list which, const dense1D<unsigned, 8>& IDs, const dense1D<double, 8>& values,
+                             const dense1D<unsigned, 8>* funcs, unsigned func);
 };
 
 } // namespace kelt::fem

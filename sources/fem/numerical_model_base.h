@@ -10,11 +10,6 @@ class numerical_model_base : public base_class {
 public:
     // An empty handle, for numerical_models_mgr::get_NM to attach.
     numerical_model_base() = default;
-    numerical_model_base(const numerical_model_base&) = default;
-    numerical_model_base(numerical_model_base&&) = default;
-    numerical_model_base& operator=(const numerical_model_base&) = default;
-    numerical_model_base& operator=(numerical_model_base&&) = default;
-    ~numerical_model_base() override = default;
 
     // The model's identifier; 0xFFFFFFFF for an empty handle or a model that is
     // not registered.

@@ -87,59 +87,53 @@ error_type numerical_model_mesh::get_element_basis(unsigned element, const dense
     });
 }
 
-numerical_model_stiff_lin::numerical_model_stiff_lin(context&) {}
+namespace {
 
-numerical_model_stiff_lin::numerical_model_stiff_lin(context& ctx, const physics_model_base& physics,
-                                                     const dense2D<unsigned>& mesh, element_type type)
+// The maker of the implementation for each family.
+template <mesh_family Family>
+error_type make_mesh(core::context_type* c, core::physics_base* physics, const dense2D<unsigned>& mesh,
+                     element_type type, Ptr<core::numerical_model_base>& out)
+{
+    if constexpr (Family == mesh_family::stiffness)
+        return core::make_stiff_mesh(c, physics, mesh, type, out);
+    else if constexpr (Family == mesh_family::mass)
+        return core::make_mass_mesh(c, physics, mesh, type, out);
+    else
+        return core::make_thermal_mesh(c, physics, mesh, type, out);
+}
+
+} // namespace
+
+template <mesh_family Family>
+numerical_model_physics_mesh<Family>::numerical_model_physics_mesh(context&)
+{
+}
+
+template <mesh_family Family>
+numerical_model_physics_mesh<Family>::numerical_model_physics_mesh(context& ctx, const physics_model_base& physics,
+                                                                   const dense2D<unsigned>& mesh, element_type type)
 {
     (void)init(ctx, physics, mesh, type);
 }
 
-void numerical_model_stiff_lin::create(context&) { clear_w(); }
+template <mesh_family Family>
+void numerical_model_physics_mesh<Family>::create(context&)
+{
+    this->clear_w();
+}
 
-error_type numerical_model_stiff_lin::init(context& ctx, const physics_model_base& physics,
-                                           const dense2D<unsigned>& mesh, element_type type)
+template <mesh_family Family>
+error_type numerical_model_physics_mesh<Family>::init(context& ctx, const physics_model_base& physics,
+                                                      const dense2D<unsigned>& mesh, element_type type)
 {
     return build(*this, ctx, [&](core::context_type* c, Ptr<core::numerical_model_base>& out) {
-        return core::make_stiff_mesh(c, core_physics(physics), mesh, type, out);
+        return make_mesh<Family>(c, core_physics(physics), mesh, type, out);
     });
 }
 
-numerical_model_mass::numerical_model_mass(context&) {}
-
-numerical_model_mass::numerical_model_mass(context& ctx, const physics_model_base& physics,
-                                           const dense2D<unsigned>& mesh, element_type type)
-{
-    (void)init(ctx, physics, mesh, type);
-}
-
-void numerical_model_mass::create(context&) { clear_w(); }
-
-error_type numerical_model_mass::init(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                                      element_type type)
-{
-    return build(*this, ctx, [&](core::context_type* c, Ptr<core::numerical_model_base>& out) {
-        return core::make_mass_mesh(c, core_physics(physics), mesh, type, out);
-    });
-}
-
-numerical_model_heat_conduction::numerical_model_heat_conduction(context&) {}
-
-numerical_model_heat_conduction::numerical_model_heat_conduction(context& ctx, const physics_model_base& physics,
-                                                                 const dense2D<unsigned>& mesh, element_type type)
-{
-    (void)init(ctx, physics, mesh, type);
-}
-
-void numerical_model_heat_conduction::create(context&) { clear_w(); }
-
-error_type numerical_model_heat_conduction::init(context& ctx, const physics_model_base& physics,
-                                                 const dense2D<unsigned>& mesh, element_type type)
-{
-    return build(*this, ctx, [&](core::context_type* c, Ptr<core::numerical_model_base>& out) {
-        return core::make_thermal_mesh(c, core_physics(physics), mesh, type, out);
-    });
-}
+template class numerical_model_physics_mesh<mesh_family::stiffness>;
+template class numerical_model_physics_mesh<mesh_family::mass>;
+template class numerical_model_physics_mesh<mesh_family::conduction>;
 
 numerical_model_load_only::numerical_model_load_only(context&) {}
 

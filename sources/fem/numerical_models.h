@@ -44,17 +44,31 @@ protected:
     numerical_model_mesh() = default;
 };
 
-// Stiffness of a mesh. The variant is the physics': model_solid_lin gives small
-// strain, model_solid_gnl the finite variant.
-class numerical_model_stiff_lin : public numerical_model_mesh {
+// The physics families on which a mesh model is built.
+enum class mesh_family { stiffness, mass, conduction };
+
+// A mesh model of one physics family: the handle stays empty until `init`.
+template <mesh_family Family>
+class numerical_model_physics_mesh : public numerical_model_mesh {
 public:
-    explicit numerical_model_stiff_lin(context& ctx);
-    numerical_model_stiff_lin(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                              element_type type);
+    explicit numerical_model_physics_mesh(context& ctx);
+    numerical_model_physics_mesh(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
+                                 element_type type);
     // Lets the current model go: the handle is empty until the next init.
     void create(context& ctx);
     [[nodiscard]] error_type init(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
                                   element_type type);
+};
+
+extern template class numerical_model_physics_mesh<mesh_family::stiffness>;
+extern template class numerical_model_physics_mesh<mesh_family::mass>;
+extern template class numerical_model_physics_mesh<mesh_family::conduction>;
+
+// Stiffness of a mesh. The variant is the physics': model_solid_lin gives small
+// strain, model_solid_gnl the finite variant.
+class numerical_model_stiff_lin : public numerical_model_physics_mesh<mesh_family::stiffness> {
+public:
+    using numerical_model_physics_mesh::numerical_model_physics_mesh;
 };
 
 class numerical_model_stiff_gnl : public numerical_model_stiff_lin {
@@ -63,25 +77,15 @@ public:
 };
 
 // Consistent mass of a mesh, on model_solid_mass.
-class numerical_model_mass : public numerical_model_mesh {
+class numerical_model_mass : public numerical_model_physics_mesh<mesh_family::mass> {
 public:
-    explicit numerical_model_mass(context& ctx);
-    numerical_model_mass(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                         element_type type);
-    void create(context& ctx);
-    [[nodiscard]] error_type init(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                                  element_type type);
+    using numerical_model_physics_mesh::numerical_model_physics_mesh;
 };
 
 // Steady conduction of a mesh, on model_heat_conduction_3d.
-class numerical_model_heat_conduction : public numerical_model_mesh {
+class numerical_model_heat_conduction : public numerical_model_physics_mesh<mesh_family::conduction> {
 public:
-    explicit numerical_model_heat_conduction(context& ctx);
-    numerical_model_heat_conduction(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                                    element_type type);
-    void create(context& ctx);
-    [[nodiscard]] error_type init(context& ctx, const physics_model_base& physics, const dense2D<unsigned>& mesh,
-                                  element_type type);
+    using numerical_model_physics_mesh::numerical_model_physics_mesh;
 };
 
 // A mesh that carries element loads and no matrix: lines, faces and volumes.

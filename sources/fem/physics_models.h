@@ -12,11 +12,6 @@ namespace kelt::fem {
 class physics_model_base : public base_class {
 public:
     physics_model_base() = default;
-    physics_model_base(const physics_model_base&) = default;
-    physics_model_base(physics_model_base&&) = default;
-    physics_model_base& operator=(const physics_model_base&) = default;
-    physics_model_base& operator=(physics_model_base&&) = default;
-    ~physics_model_base() override = default;
 
     // The family's code and its kinematic variant; 0 for an empty handle.
     unsigned physics_code() const;

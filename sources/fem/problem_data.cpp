@@ -28,6 +28,26 @@ void combined(problem_data& h, const problem_data& p, const dense2D<double>& loa
     }
 }
 
+// `entry`, an empty handle, attached to entry i of one of the per-case lists when
+// there is one.
+template <auto list, class H>
+H case_entry(H entry, const problem_data& h, unsigned i)
+{
+    Ptr<pd> p = held<pd>(h);
+    if (p && i < ((*p).*list).size()) attach(entry, ((*p).*list)[i].get());
+    return entry;
+}
+
+// Replaces entry i; out of range, or with an empty handle, nothing happens.
+template <class Core, auto list, class H>
+void set_case_entry(problem_data& h, unsigned i, const H& entry)
+{
+    auto* c = static_cast<Core*>(core_of(entry));
+    run<pd>(h, [&](pd& p) {
+        if (c && i < (p.*list).size()) (p.*list)[i] = c;
+    });
+}
+
 } // namespace
 
 problem_data::problem_data(context& ctx) { create(ctx); }
@@ -99,36 +119,18 @@ unsigned problem_data::nbr_load_cases() const
     return p ? p->nbr_load_cases() : 0;
 }
 
-loads_mgr problem_data::get_loads_mgr(unsigned i) const
-{
-    loads_mgr h;
-    Ptr<pd> p = hold<pd>();
-    if (p && i < p->loads.size()) attach(h, p->loads[i].get());
-    return h;
-}
+loads_mgr problem_data::get_loads_mgr(unsigned i) const { return case_entry<&pd::loads>(loads_mgr(), *this, i); }
 
 void problem_data::set_loads_mgr(unsigned i, const loads_mgr& loads)
 {
-    auto* l = static_cast<core::loads_mgr*>(core_of(loads));
-    run<pd>(*this, [&](pd& p) {
-        if (l && i < p.loads.size()) p.loads[i] = l;
-    });
+    set_case_entry<core::loads_mgr, &pd::loads>(*this, i, loads);
 }
 
-stress_mgr problem_data::get_stress_mgr(unsigned i) const
-{
-    stress_mgr h;
-    Ptr<pd> p = hold<pd>();
-    if (p && i < p->stresses.size()) attach(h, p->stresses[i].get());
-    return h;
-}
+stress_mgr problem_data::get_stress_mgr(unsigned i) const { return case_entry<&pd::stresses>(stress_mgr(), *this, i); }
 
 void problem_data::set_stress_mgr(unsigned i, const stress_mgr& stresses)
 {
-    auto* s = static_cast<core::stress_super_mgr*>(core_of(stresses));
-    run<pd>(*this, [&](pd& p) {
-        if (s && i < p.stresses.size()) p.stresses[i] = s;
-    });
+    set_case_entry<core::stress_super_mgr, &pd::stresses>(*this, i, stresses);
 }
 
 double problem_data::get_penalty_factor(field_tag tag) const

@@ -25,11 +25,6 @@ public:
     problem_data(const problem_data& p, const dense2D<double>& load_factors);
     // The same with separate factors for the thermal loads.
     problem_data(const problem_data& p, const dense2D<double>& load_factors, const dense2D<double>& stress_factors);
-    problem_data(const problem_data&) = default;
-    problem_data(problem_data&&) = default;
-    problem_data& operator=(const problem_data&) = default;
-    problem_data& operator=(problem_data&&) = default;
-    ~problem_data() override = default;
 
     // A new problem on the context, with an empty DOF table; the old one is released.
     void create(context& ctx);

@@ -73,37 +73,34 @@ error_type stress_mgr::set_thermal_load_element(unsigned model, unsigned e, cons
 
 namespace {
 
-template <class F>
-error_type with_values(const stress_mgr& h, const FEM_matrix& values, F&& f)
+// Column j of `values` to element (by_node: node) j of the model.
+error_type columns(const stress_mgr& h, unsigned model, bool by_node, const FEM_matrix& values,
+                   const dense1D<unsigned, 8>* evols, unsigned evol)
 {
     Ptr<core::FEM_real> m = held<core::FEM_real>(values);
     if (!m) return invalid_data_error;
-    return call<super>(h, [&](super& s) { return f(s, *m); });
+    return call<super>(h, [&](super& s) { return s.set_columns(model, by_node, *m, evols, evol); });
 }
 
 } // namespace
 
 error_type stress_mgr::set_thermal_load_elements(unsigned model, const FEM_matrix& values, unsigned evol)
 {
-    return with_values(*this, values,
-                       [&](super& s, const core::FEM_real& m) { return s.set_thermal_load_elements(model, m, evol); });
+    return columns(*this, model, false, values, nullptr, evol);
 }
 error_type stress_mgr::set_thermal_load_elements(unsigned model, const FEM_matrix& values,
                                                  const dense1D<unsigned, 8>& evols)
 {
-    return with_values(*this, values,
-                       [&](super& s, const core::FEM_real& m) { return s.set_thermal_load_elements(model, m, evols); });
+    return columns(*this, model, false, values, &evols, core::stress_mgr_base::no_evol);
 }
 error_type stress_mgr::set_thermal_load_nodal(unsigned model, const FEM_matrix& values, unsigned evol)
 {
-    return with_values(*this, values,
-                       [&](super& s, const core::FEM_real& m) { return s.set_thermal_load_nodal(model, m, evol); });
+    return columns(*this, model, true, values, nullptr, evol);
 }
 error_type stress_mgr::set_thermal_load_nodal(unsigned model, const FEM_matrix& values,
                                               const dense1D<unsigned, 8>& evols)
 {
-    return with_values(*this, values,
-                       [&](super& s, const core::FEM_real& m) { return s.set_thermal_load_nodal(model, m, evols); });
+    return columns(*this, model, true, values, &evols, core::stress_mgr_base::no_evol);
 }
 
 } // namespace kelt::fem

@@ -22,11 +22,6 @@ public:
     // An empty handle.
     stress_mgr() = default;
     explicit stress_mgr(context& ctx);
-    stress_mgr(const stress_mgr&) = default;
-    stress_mgr(stress_mgr&&) = default;
-    stress_mgr& operator=(const stress_mgr&) = default;
-    stress_mgr& operator=(stress_mgr&&) = default;
-    ~stress_mgr() override = default;
 
     // A new manager on the context; the old one is released.
     void create(context& ctx);

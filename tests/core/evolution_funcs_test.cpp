@@ -12,18 +12,12 @@
 #include "kelt/core/evolution_funcs_mgr.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/evolution_funcs_mgr.h"
+#include "support/values.h"
 
 using kelt::dense1D;
+using kelt::test::make;
 
 namespace {
-
-template <class T>
-dense1D<T, 8> make(std::initializer_list<T> values)
-{
-    dense1D<T, 8> out;
-    for (T v : values) out.push_back(v);
-    return out;
-}
 
 const double times_to_try[] = {-7.5, -1.0, 0.0, 0.25, 1.0, 3.0, 1e6};
 

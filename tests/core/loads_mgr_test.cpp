@@ -12,18 +12,15 @@
 #include "kelt/core/loads_mgr.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/loads_mgr.h"
+#include "support/assemblers.h"
+#include "support/core_context.h"
+#include "support/values.h"
 
 using namespace kelt;
+using test::make;
+using sum_assembler = test::sum_vector_assembler;
 
 namespace {
-
-template <class T>
-dense1D<T, 8> make(std::initializer_list<T> values)
-{
-    dense1D<T, 8> out;
-    for (T v : values) out.push_back(v);
-    return out;
-}
 
 core::elementary_load load_of(unsigned kind, std::initializer_list<double> values)
 {
@@ -33,23 +30,6 @@ core::elementary_load load_of(unsigned kind, std::initializer_list<double> value
     l.values = make(values);
     return l;
 }
-
-// Keeps the sum of what is added at each identifier.
-class sum_assembler : public core::vector_assembler_base {
-public:
-    bool is_null() const override { return false; }
-    error_type add(unsigned ID, double value) override
-    {
-        sums[ID] += value;
-        return no_error;
-    }
-    error_type add_vector(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs) override
-    {
-        for (unsigned i = 0; i < values.size(); ++i) sums[IDs[i]] += values[i];
-        return no_error;
-    }
-    std::map<unsigned, double> sums;
-};
 
 // One element per DOF: an element load adds factor x its first value at
 // identifier 9 x element + kind. It counts its calls and can be told to fail.
@@ -70,14 +50,12 @@ public:
 
 // A context with one registered counting model; the registry is cleared at the
 // end, which breaks the ring between the context and its models.
-struct loads_fixture : ::testing::Test {
+struct loads_fixture : ::testing::Test, test::core_context {
     loads_fixture()
     {
-        ctx = static_cast<core::context_type*>(fem::core_of(host));
         model = new counting_model(ctx);
         EXPECT_EQ(model->record(), no_error);
     }
-    ~loads_fixture() override { ctx->numerical_models_mgr->clear(); }
 
     std::map<unsigned, double> assembled(const core::loads_mgr& loads, double factor, double time)
     {
@@ -88,8 +66,6 @@ struct loads_fixture : ::testing::Test {
         return a.sums;
     }
 
-    fem::context host;
-    core::context_type* ctx;
     Ptr<counting_model> model;
 };
 

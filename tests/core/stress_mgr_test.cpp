@@ -9,40 +9,31 @@
 #include "kelt/fem/FEM_matrix.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/stress_mgr.h"
+#include "support/core_context.h"
+#include "support/values.h"
 
 using namespace kelt;
+using test::make;
 
 namespace {
 
 constexpr unsigned no_evol = 0xFFFFFFFFu;
 
-template <class T>
-dense1D<T, 8> make(std::initializer_list<T> values)
-{
-    dense1D<T, 8> out;
-    for (T v : values) out.push_back(v);
-    return out;
-}
-
 std::vector<double> values_of(const dense1D<double, 8>& v) { return std::vector<double>(v.begin(), v.end()); }
 
-struct stress_fixture : ::testing::Test {
+struct stress_fixture : ::testing::Test, test::core_context {
     stress_fixture() : mgr(host)
     {
-        ctx = static_cast<core::context_type*>(fem::core_of(host));
         for (unsigned i = 0; i < 2; ++i) {
             Ptr<core::numerical_model_base> m = new core::numerical_model_base(ctx);
             EXPECT_EQ(m->record(), no_error);
         }
         twice = ctx->evolution_funcs_mgr->create_cste(2.0);
     }
-    ~stress_fixture() override { ctx->numerical_models_mgr->clear(); }
 
     core::stress_super_mgr& super() const { return *static_cast<core::stress_super_mgr*>(fem::core_of(mgr)); }
     const core::stress_mgr_thermal& thermal(unsigned model) const { return *super().get_thermal(model); }
 
-    fem::context host;
-    core::context_type* ctx;
     fem::stress_mgr mgr;
     unsigned twice = 0;
 };

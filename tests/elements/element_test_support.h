@@ -3,9 +3,10 @@
 // building of models on a test context.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <random>
 #include <vector>
 
@@ -18,6 +19,8 @@
 #include "kelt/fem/context.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_solid.h"
+#include "support/assemblers.h"
+#include "support/core_context.h"
 
 namespace kelt::test {
 
@@ -79,22 +82,6 @@ private:
     }
 };
 
-// Sums by identifier.
-class sum_vector_assembler : public core::vector_assembler_base {
-public:
-    bool is_null() const override { return false; }
-    error_type add(unsigned ID, double value) override
-    {
-        sums[ID] += value;
-        return no_error;
-    }
-    error_type add_vector(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs) override
-    {
-        for (unsigned i = 0; i < values.size(); ++i) sums[IDs[i]] += values[i];
-        return no_error;
-    }
-    std::map<unsigned, double> sums;
-};
 
 // A mesh: positions (3 x nodes) and connectivity (nodes per element).
 struct test_mesh {
@@ -145,9 +132,7 @@ test_mesh flat_mesh(element_type type, unsigned nx, unsigned ny, double distorti
 test_mesh single_element(element_type type, double distortion, unsigned seed = 3);
 
 // A context for core models; the registry is cleared at the end.
-struct model_context {
-    model_context() : ctx(static_cast<core::context_type*>(fem::core_of(host))) {}
-    ~model_context() { ctx->numerical_models_mgr->clear(); }
+struct model_context : core_context {
 
     Ptr<core::numerical_model_base> solid(const test_mesh& m, const Ptr<core::law_solid_stiff>& law,
                                           bool finite = false)
@@ -161,18 +146,12 @@ struct model_context {
     }
     Ptr<core::numerical_model_base> mass(const test_mesh& m, double density)
     {
-        Ptr<core::law_scalar> law = new core::law_scalar;
-        dense1D<double, 8> d(1, density);
-        (void)law->init(d);
-        Ptr<core::physics_base> physics = new core::solid_mass(law);
+        Ptr<core::physics_base> physics = new core::solid_mass(scalar_law(density));
         return made(core::make_mass_mesh(ctx, physics, m.cells, m.type, out_model()));
     }
     Ptr<core::numerical_model_base> conduction(const test_mesh& m, double k)
     {
-        Ptr<core::law_scalar> law = new core::law_scalar;
-        dense1D<double, 8> d(1, k);
-        (void)law->init(d);
-        Ptr<core::physics_base> physics = new core::conduction_3d(law);
+        Ptr<core::physics_base> physics = new core::conduction_3d(scalar_law(k));
         return made(core::make_thermal_mesh(ctx, physics, m.cells, m.type, out_model()));
     }
     Ptr<core::numerical_model_base> load_only(const test_mesh& m)
@@ -180,10 +159,14 @@ struct model_context {
         return made(core::make_load_only_mesh(ctx, m.cells, m.type, out_model()));
     }
 
-    fem::context host;
-    core::context_type* ctx;
-
 private:
+    static Ptr<core::law_scalar> scalar_law(double value)
+    {
+        Ptr<core::law_scalar> law = new core::law_scalar;
+        dense1D<double, 8> d(1, value);
+        (void)law->init(d);
+        return law;
+    }
     Ptr<core::numerical_model_base>& out_model()
     {
         last = nullptr;
@@ -261,6 +244,19 @@ inline error_type assemble(core::numerical_model_base& model, unsigned kind, con
 // Eigenvalues of a dense symmetric matrix (ascending), by dspev.
 std::vector<double> eigenvalues(const std::vector<double>& A, unsigned n);
 std::vector<double> eigenvalues(const symmetric_full<double>& K);
+
+// The eigenvalues within rel x the largest of 0. Each one is also checked to be
+// no more negative than that, as those of a semidefinite matrix are to rounding.
+inline unsigned nbr_zero_eigenvalues(const std::vector<double>& w, double rel)
+{
+    const double scale = w.back();
+    unsigned zeros = 0;
+    for (double v : w) {
+        EXPECT_GT(v, -rel * scale);
+        if (std::fabs(v) < rel * scale) ++zeros;
+    }
+    return zeros;
+}
 
 // Solves A x = b (A dense n x n, column-major) by Gaussian elimination with partial pivoting.
 std::vector<double> solve_dense(std::vector<double> A, std::vector<double> b, unsigned n);

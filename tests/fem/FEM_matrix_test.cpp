@@ -14,20 +14,14 @@
 #include "kelt/fem/FEM_states.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/stress_mgr.h"
+#include "support/values.h"
 
 using namespace kelt;
+using test::make;
 
 namespace {
 
 constexpr unsigned none = 0xFFFFFFFFu;
-
-template <class T>
-dense1D<T, 8> make(std::initializer_list<T> values)
-{
-    dense1D<T, 8> out;
-    for (T v : values) out.push_back(v);
-    return out;
-}
 
 // Rows = the given identifiers, entry (i, j) = 100 i + j.
 fem::FEM_matrix numbered(const dense1D<unsigned, 8>& IDs, unsigned cols)

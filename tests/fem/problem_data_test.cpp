@@ -8,18 +8,15 @@
 #include "kelt/core/problem_data.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/problem_data.h"
+#include "support/assemblers.h"
+#include "support/core_context.h"
+#include "support/values.h"
 
 using namespace kelt;
+using test::make;
+using sum_assembler = test::sum_vector_assembler;
 
 namespace {
-
-template <class T>
-dense1D<T, 8> make(std::initializer_list<T> values)
-{
-    dense1D<T, 8> out;
-    for (T v : values) out.push_back(v);
-    return out;
-}
 
 // A model whose laws reach `scale` for displacements and a tenth of it for rotations.
 class scaled_model : public core::numerical_model_base {
@@ -36,34 +33,18 @@ public:
     double scale;
 };
 
-class sum_assembler : public core::vector_assembler_base {
-public:
-    bool is_null() const override { return false; }
-    error_type add(unsigned ID, double value) override
-    {
-        sums[ID] += value;
-        return no_error;
-    }
-    error_type add_vector(const dense1D<double, 8>&, const dense1D<unsigned, 8>&) override { return internal_error; }
-    std::map<unsigned, double> sums;
-};
-
-struct problem_fixture : ::testing::Test {
+struct problem_fixture : ::testing::Test, test::core_context {
     problem_fixture()
     {
-        ctx = static_cast<core::context_type*>(fem::core_of(host));
         model = new scaled_model(ctx, 1e6);
         EXPECT_EQ(model->record(), no_error);
     }
-    ~problem_fixture() override { ctx->numerical_models_mgr->clear(); }
 
     static core::problem_data& core_of(const fem::problem_data& p)
     {
         return *static_cast<core::problem_data*>(fem::core_of(p));
     }
 
-    fem::context host;
-    core::context_type* ctx;
     Ptr<scaled_model> model;
 };
 

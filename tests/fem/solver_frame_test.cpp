@@ -12,8 +12,10 @@
 #include "kelt/fem/context.h"
 #include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_frame.h"
+#include "support/log_capture.h"
 
 using namespace kelt;
+using test::log_capture;
 
 namespace {
 
@@ -77,23 +79,6 @@ void counting_solver::run(data_type& data) const
                     [&](core::run_state& run) { counting_body(run, settings, data); });
 }
 
-struct log_capture {
-    std::vector<std::pair<unsigned, std::string>> lines;
-    int interrupt_after = -1; // calls of the interrupt handler before it says stop
-    int interrupt_calls = 0;
-};
-
-void capture(void* user, unsigned level, const char* text)
-{
-    static_cast<log_capture*>(user)->lines.emplace_back(level, text);
-}
-
-bool interrupt(void* user)
-{
-    auto* c = static_cast<log_capture*>(user);
-    return c->interrupt_calls++ == c->interrupt_after;
-}
-
 // The smallest model: it counts how often a run resets it.
 class resettable_model : public core::numerical_model_base {
 public:
@@ -123,9 +108,7 @@ struct test_problem {
 counting_solver with_capture(log_capture& c)
 {
     counting_solver s;
-    s.settings.log_hdl = capture;
-    s.settings.interrupt_hdl = interrupt;
-    s.settings.user_data = &c;
+    test::report_to(s.settings, c);
     return s;
 }
 
@@ -216,7 +199,7 @@ TEST_F(solver_frame, warnings_keep_the_first_and_the_interrupt_overwrites)
     // which is polled once.
     for (int after : {1, 0}) {
         c = log_capture();
-        c.interrupt_after = after;
+        c.interrupt_at = after;
         s.run(d);
         EXPECT_EQ(d.error_code, no_error);
         EXPECT_EQ(d.warning_code, interrupted_warning);

@@ -14,235 +14,19 @@
 #include <vector>
 
 #include "kelt/fem.h"
+#include "support/log_capture.h"
+#include "support/solid_problems.h"
 
 using namespace kelt;
+using namespace kelt::test;
 
 namespace {
-
-constexpr unsigned no_func = 0xFFFFFFFFu; // no evolution function: constant loads
-
-// ---------------------------------------------------------------------------------
-// Meshes of a box in hexahedra, or in the wedges, tetrahedra and pyramids that
-// split them.
-// Higher-order nodes sit at the mean of the vertices they depend on, so that
-// elements keep straight edges and a linear field stays in their span.
-
-struct mesh {
-    dense2D<double> pos;
-    dense2D<unsigned> cells;
-    element_type type = element_none;
-    std::vector<bool> used; // nodes that some element holds
-
-    unsigned nbr_nodes() const { return pos.cols(); }
-};
-
-using parents = std::vector<unsigned>; // local vertices a node depends on
-
-// Base cells of one hexahedron with corners c (hexa8 order), in a linear type;
-// pyramids take the node `centre` as their common apex.
-std::vector<std::vector<unsigned>> split(element_type base, const unsigned (&c)[8], unsigned centre)
-{
-    if (base == element_pyramid5) {
-        // One pyramid a face, its base turning positively seen from the apex inside.
-        const unsigned faces[6][4] = {{0, 1, 2, 3}, {4, 7, 6, 5}, {0, 4, 5, 1}, {3, 2, 6, 7}, {0, 3, 7, 4}, {1, 5, 6, 2}};
-        std::vector<std::vector<unsigned>> out;
-        for (const auto& f : faces) out.push_back({c[f[0]], c[f[1]], c[f[2]], c[f[3]], centre});
-        return out;
-    }
-    if (base == element_hexa8) return {{c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]}};
-    if (base == element_wedge6) return {{c[0], c[1], c[2], c[4], c[5], c[6]}, {c[0], c[2], c[3], c[4], c[6], c[7]}};
-    // Six tetrahedra around the main diagonal c0 - c6, one per monotone path along
-    // the edges; node 3 is the reference origin. A path that takes the axes in an
-    // odd order turns the other way, which swapping two nodes undoes.
-    const unsigned paths[6][4] = {{0, 1, 2, 6}, {0, 3, 2, 6}, {0, 1, 5, 6},
-                                  {0, 4, 5, 6}, {0, 3, 7, 6}, {0, 4, 7, 6}};
-    const bool odd[6] = {false, true, true, false, false, true};
-    std::vector<std::vector<unsigned>> out;
-    for (unsigned t = 0; t < 6; ++t) {
-        const unsigned* p = paths[t];
-        out.push_back({c[p[1]], c[p[2]], c[p[3]], c[p[0]]});
-        if (odd[t]) std::swap(out.back()[0], out.back()[1]);
-    }
-    return out;
-}
-
-// The higher-order nodes of a type, by the local vertices of its base cell.
-std::vector<parents> extra_nodes(element_type type)
-{
-    switch (type) {
-    case element_hexa27:
-        return {{0, 1}, {1, 2}, {2, 3}, {3, 0},       {4, 5},       {5, 6},       {6, 7},
-                {7, 4}, {0, 4}, {1, 5}, {2, 6},       {3, 7},       {0, 3, 7, 4}, {1, 5, 6, 2},
-                {0, 4, 5, 1}, {3, 2, 6, 7}, {0, 1, 2, 3}, {4, 7, 6, 5}, {0, 1, 2, 3, 4, 5, 6, 7}};
-    case element_wedge18:
-        return {{0, 3}, {1, 4}, {2, 5}, {1, 2}, {2, 0}, {0, 1}, {4, 5}, {5, 3}, {3, 4},
-                {2, 1, 4, 5}, {0, 2, 5, 3}, {1, 0, 3, 4}};
-    case element_tetra10: return {{1, 2}, {2, 0}, {0, 1}, {0, 3}, {1, 3}, {2, 3}};
-    case element_pyramid14: return {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 4}, {2, 4}, {3, 4}, {0, 1, 2, 3}};
-    default: return {};
-    }
-}
-
-element_type base_of(element_type t)
-{
-    return t == element_hexa27 ? element_hexa8 : t == element_wedge18 ? element_wedge6
-                                             : t == element_tetra10 ? element_tetra4
-                                             : t == element_pyramid14 ? element_pyramid5
-                                                                    : t;
-}
-
-// [0, size[0]] x [0, size[1]] x [0, size[2]] in n[0] x n[1] x n[2] hexahedra;
-// interior vertices move at random by up to `distortion` of a cell.
-mesh box_mesh(element_type type, const double (&size)[3], const unsigned (&n)[3], double distortion = 0.0)
-{
-    std::vector<std::array<double, 3>> x;
-    std::mt19937 gen(5);
-    std::uniform_real_distribution<double> shift(-distortion, distortion);
-    const auto vertex = [&](unsigned i, unsigned j, unsigned k) { return (k * (n[1] + 1) + j) * (n[0] + 1) + i; };
-    for (unsigned k = 0; k <= n[2]; ++k)
-        for (unsigned j = 0; j <= n[1]; ++j)
-            for (unsigned i = 0; i <= n[0]; ++i) {
-                const unsigned ijk[3] = {i, j, k};
-                std::array<double, 3> p;
-                bool interior = true;
-                for (unsigned d = 0; d < 3; ++d) interior = interior && ijk[d] > 0 && ijk[d] < n[d];
-                for (unsigned d = 0; d < 3; ++d)
-                    p[d] = size[d] * (ijk[d] + (interior ? shift(gen) : 0.0)) / n[d];
-                x.push_back(p);
-            }
-    std::map<parents, unsigned> made;
-    std::vector<std::vector<unsigned>> cells;
-    const std::vector<parents> extra = extra_nodes(type);
-    for (unsigned k = 0; k < n[2]; ++k)
-        for (unsigned j = 0; j < n[1]; ++j)
-            for (unsigned i = 0; i < n[0]; ++i) {
-                const unsigned c[8] = {vertex(i, j, k),         vertex(i + 1, j, k),     vertex(i + 1, j + 1, k),
-                                       vertex(i, j + 1, k),     vertex(i, j, k + 1),     vertex(i + 1, j, k + 1),
-                                       vertex(i + 1, j + 1, k + 1), vertex(i, j + 1, k + 1)};
-                unsigned centre = 0;
-                if (base_of(type) == element_pyramid5) {
-                    std::array<double, 3> p = {0, 0, 0};
-                    for (unsigned v : c)
-                        for (unsigned d = 0; d < 3; ++d) p[d] += x[v][d] / 8;
-                    centre = unsigned(x.size());
-                    x.push_back(p);
-                }
-                for (std::vector<unsigned> cell : split(base_of(type), c, centre)) {
-                    const std::vector<unsigned> base = cell;
-                    for (const parents& local : extra) {
-                        parents key;
-                        for (unsigned a : local) key.push_back(base[a]);
-                        std::sort(key.begin(), key.end());
-                        auto it = made.find(key);
-                        if (it == made.end()) {
-                            std::array<double, 3> p = {0, 0, 0};
-                            for (unsigned v : key)
-                                for (unsigned d = 0; d < 3; ++d) p[d] += x[v][d] / key.size();
-                            it = made.emplace(key, unsigned(x.size())).first;
-                            x.push_back(p);
-                        }
-                        cell.push_back(it->second);
-                    }
-                    cells.push_back(cell);
-                }
-            }
-    mesh m;
-    m.type = type;
-    (void)m.pos.resize(3, unsigned(x.size()));
-    for (unsigned v = 0; v < x.size(); ++v)
-        for (unsigned d = 0; d < 3; ++d) m.pos(d, v) = x[v][d];
-    (void)m.cells.resize(unsigned(cells[0].size()), unsigned(cells.size()));
-    m.used.assign(x.size(), false);
-    for (unsigned e = 0; e < cells.size(); ++e)
-        for (unsigned a = 0; a < cells[e].size(); ++a) {
-            m.cells(a, e) = cells[e][a];
-            m.used[cells[e][a]] = true;
-        }
-    return m;
-}
-
-// ---------------------------------------------------------------------------------
-// Models, problems and runs.
-
-// A context whose registry is emptied at the end, with models made on meshes.
-struct test_context {
-    test_context() { ctx.set_max_threads(2); }
-    ~test_context() { ctx.the_NM_mgr().clear(); }
-
-    unsigned solid(const mesh& m, double E, double nu)
-    {
-        fem::law_solid_StVenant law;
-        dense1D<double, 8> d;
-        d.push_back(E), d.push_back(nu), d.push_back(0.0);
-        fem::model_solid_lin physics;
-        fem::numerical_model_stiff_lin model(ctx);
-        EXPECT_EQ(law.init(d), no_error);
-        EXPECT_EQ(physics.init(law), no_error);
-        EXPECT_EQ(model.init(ctx, physics, m.cells, m.type), no_error);
-        return model.get_ID();
-    }
-    unsigned conduction(const mesh& m, double k)
-    {
-        fem::law_scalar law;
-        fem::model_heat_conduction_3d physics;
-        fem::numerical_model_heat_conduction model(ctx);
-        EXPECT_EQ(law.init(k), no_error);
-        EXPECT_EQ(physics.init(law), no_error);
-        EXPECT_EQ(model.init(ctx, physics, m.cells, m.type), no_error);
-        return model.get_ID();
-    }
-    unsigned composite(std::initializer_list<unsigned> IDs)
-    {
-        fem::numerical_model_composite c(ctx);
-        for (unsigned id : IDs) EXPECT_EQ(c.insert(id), no_error);
-        return c.get_ID();
-    }
-    fem::problem_data problem(mesh& m, unsigned model, unsigned cases)
-    {
-        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
-        return fem::problem_data(ctx, m.pos, DOFs, model, cases);
-    }
-
-    fem::context ctx;
-};
-
-struct log_capture {
-    std::vector<std::pair<unsigned, std::string>> lines;
-    int interrupt_at = -1; // the call of the interrupt handler that says stop
-    int interrupt_calls = 0;
-    std::vector<std::pair<unsigned, double>> iterations; // (load case, residual) per iteration of the gradient
-
-    bool has(const std::string& start) const
-    {
-        return std::any_of(lines.begin(), lines.end(), [&](const auto& l) { return l.second.rfind(start, 0) == 0; });
-    }
-    // The text after the colon of the first line that contains `key`.
-    std::string value_of(const std::string& key) const
-    {
-        for (const auto& l : lines)
-            if (l.second.find(key) != std::string::npos) return l.second.substr(l.second.find(':') + 1);
-        return "";
-    }
-};
-
-void capture(void* user, unsigned level, const char* text)
-{
-    static_cast<log_capture*>(user)->lines.emplace_back(level, text);
-}
-
-bool interrupt(void* user)
-{
-    auto* c = static_cast<log_capture*>(user);
-    return c->interrupt_calls++ == c->interrupt_at;
-}
 
 template <class Solver>
 Solver solver_with(log_capture& c)
 {
     Solver s;
-    s.settings.log_hdl = capture;
-    s.settings.interrupt_hdl = interrupt;
-    s.settings.user_data = &c;
+    report_to(s.settings, c);
     s.settings.CG_tolerance = 1e-12;
     return s;
 }
@@ -253,8 +37,6 @@ double value(const fem::FEM_matrix& U, unsigned ID, unsigned col)
     EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
     return v;
 }
-
-unsigned dof(unsigned node, unsigned comp) { return fem::DOFs_mgr::ID(node, displacement_tag, comp); }
 
 bool on_boundary(const mesh& m, unsigned node, const double (&size)[3])
 {
@@ -356,43 +138,6 @@ INSTANTIATE_TEST_SUITE_P(volume_shapes, static_linear_patch,
                              default: return std::string("tetra10");
                              }
                          });
-
-// ---------------------------------------------------------------------------------
-// A cantilever of hexa27, clamped by blocking its root in the DOF table, under a
-// shear force at its tip.
-
-struct cantilever {
-    static constexpr double L = 10.0, b = 1.0, h = 1.0, E = 1000.0, nu = 0.3, P = -1.0;
-    static constexpr unsigned along = 8;
-
-    cantilever() : m(box_mesh(element_hexa27, {L, b, h}, {along, 1, 1}))
-    {
-        const unsigned model = t.solid(m, E, nu);
-        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
-        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
-            if (m.pos(0, node) == 0.0) {
-                EXPECT_EQ(DOFs.set(node, displacement_tag, false), no_error);
-            }
-        problem = fem::problem_data(t.ctx, m.pos, DOFs, model, 1);
-        // The traction P / (b h) on the end face as consistent nodal forces: Simpson's
-        // weights 1/6, 4/6, 1/6 along each side of the one quadratic face.
-        fem::loads_mgr loads = problem.get_loads_mgr(0);
-        for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
-            if (m.pos(0, node) != L) continue;
-            const auto w = [](double s) { return s == 0.0 || s == 1.0 ? 1.0 / 6.0 : 4.0 / 6.0; };
-            const double f = P * w(m.pos(1, node) / b) * w(m.pos(2, node) / h);
-            EXPECT_EQ(loads.record_DOF_load(dof(node, 2), f, no_func), no_error);
-            forces.emplace_back(dof(node, 2), f);
-            if (m.pos(1, node) == b / 2 && m.pos(2, node) == h / 2) tip = node;
-        }
-    }
-
-    test_context t;
-    mesh m;
-    fem::problem_data problem{t.ctx};
-    std::vector<std::pair<unsigned, double>> forces;
-    unsigned tip = 0;
-};
 
 TEST(solver_static_linear, cantilever_deflects_as_a_timoshenko_beam)
 {
