@@ -119,28 +119,28 @@ TEST_F(point_states, trial_commit_and_rollback_are_the_same_on_1_and_2_threads)
         pass(more, r.loaded_again);
         r.after_trials = committed();
         // Trial passes read the commit, never each other's trials.
-        EXPECT_EQ(r.after_trials, r.after_load);
+        EXPECT_TRUE(r.after_trials == r.after_load);
         expect_same(r.unload, r.unload_again);
         expect_same(r.loaded, r.loaded_again);
         // A rollback drops the trial of `more`: committing then changes nothing.
         model->rollback_states();
         ASSERT_EQ(model->commit_states(), no_error);
         r.after_rollback = committed();
-        EXPECT_EQ(r.after_rollback, r.after_load);
+        EXPECT_TRUE(r.after_rollback == r.after_load);
         // The trial of `more`, committed, is the history of `more`.
         pass_result again;
         pass(more, again);
         ASSERT_EQ(model->commit_states(), no_error);
         r.after_commit = committed();
-        EXPECT_NE(r.after_commit, r.after_load);
+        EXPECT_TRUE(r.after_commit != r.after_load);
         for (unsigned e = 0; e < r.after_commit.size(); ++e) {
             ASSERT_EQ(r.after_commit[e].size(), r.after_load[e].size());
             for (unsigned k = 0; k < r.after_commit[e].size(); ++k)
                 EXPECT_GT(r.after_commit[e][k], r.after_load[e][k]); // `more` strains further everywhere
         }
     }
-    EXPECT_EQ(runs[0].after_load, runs[1].after_load);
-    EXPECT_EQ(runs[0].after_commit, runs[1].after_commit);
+    EXPECT_TRUE(runs[0].after_load == runs[1].after_load);
+    EXPECT_TRUE(runs[0].after_commit == runs[1].after_commit);
     expect_same(runs[0].unload, runs[1].unload);
     expect_same(runs[0].loaded, runs[1].loaded);
 }
