@@ -72,8 +72,8 @@ public:
         return true;
     }
 
-    // One entry per column. The internal states are the element layer's stores,
-    // held by their counted base so that this layer does not depend on it.
+    // One entry per column. The internal states are `internal_states` stores,
+    // held by their counted base.
     std::vector<Ptr<stress_super_mgr>> stress_mgrs;
     std::vector<Ptr<ref_counted>> internal_states;
 

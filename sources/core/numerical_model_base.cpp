@@ -1,6 +1,6 @@
-// The defaults of the model interface that need nothing of the element layer; the
-// element loops, the element computations and the state moves are defined with the
-// records they use, in the element layer.
+// The defaults of the model interface that need no element record; the element
+// loops and computations are in element_loop.cpp, the state moves in
+// internal_states.cpp.
 #include "kelt/core/numerical_model_base.h"
 
 #include <algorithm>
@@ -132,6 +132,10 @@ error_type numerical_model_base::get_DOF_to_elements(unsigned element_selector, 
 bool numerical_model_base::has_internal_states() const { return false; }
 
 void numerical_model_base::clear_internal_states() {}
+
+error_type numerical_model_base::commit_states() { return no_error; }
+
+void numerical_model_base::rollback_states() {}
 
 void numerical_model_base::get_result_field(unsigned, unsigned& physics_code_, unsigned& kind) const
 {

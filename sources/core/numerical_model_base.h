@@ -20,8 +20,8 @@ namespace kelt::core {
 class context_type;
 struct elementary_load;
 struct load_pass_type;
-// The records of the element loops and the state store belong to the element
-// layer, which also defines the operations of this class that use them.
+// The records of the element loops and the state store (element_records.h,
+// internal_states.h), which include this header.
 struct element_pass_type;
 struct element_work_type;
 struct DOF_values_view;
@@ -109,8 +109,14 @@ public:
     // Empty `values` erase the element's states.
     [[nodiscard]] virtual error_type set_element_states(unsigned element, const dense1D<double, 8>& values);
     [[nodiscard]] virtual error_type get_element_states(internal_states_block& block, unsigned element) const;
-    // Forgets the states of the laws, so that a run starts from a clean model.
+    // Zeroes the committed and the trial states, so that a run starts from a
+    // virgin model.
     virtual void clear_internal_states();
+    // Element passes read the committed states and write trial ones. Commit makes
+    // the trial states the committed ones (after a converged step); rollback makes
+    // the trial states the committed ones again (before a step is retried).
+    [[nodiscard]] virtual error_type commit_states();
+    virtual void rollback_states();
     [[nodiscard]] virtual error_type set_internal_states(const internal_states& store);
     [[nodiscard]] virtual error_type get_internal_states(internal_states& store) const;
     // Fills the matrices and vector of `work` for `work.element`.
@@ -121,7 +127,8 @@ public:
     // Values of a result (strains, stresses, fluxes) at the element's points.
     [[nodiscard]] virtual error_type compute_element_results(unsigned kind, unsigned result,
                                                              element_work_type& work) const;
-    // The element loop: matrices and vectors of a pass into its assemblers.
+    // The element loop: matrices and vectors of a pass into its assemblers. With
+    // `pass.commit` set, a loop that returns no error ends with commit_states.
     [[nodiscard]] virtual error_type run_elements(unsigned kind, element_pass_type& pass);
     // Adds one elementary load on the element `pass.element` (or all elements) to
     // the pass's right-hand side.

@@ -8,7 +8,7 @@
 
 #include "kelt/core/bases_mgr.h"
 
-#include "kelt/elements/element_records.h"
+#include "kelt/core/element_records.h"
 #include "kelt/elements/integration_rules.h"
 #include "kelt/elements/shapes.h"
 #include "kelt/laws/law_base.h"

@@ -2,7 +2,7 @@
 // physics and of the mesh's size, then the family's own table.
 #include "kelt/elements/model_init.h"
 
-#include "kelt/elements/element_catalogue.h"
+#include "kelt/core/element_catalogue.h"
 
 namespace kelt::core {
 

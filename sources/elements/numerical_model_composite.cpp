@@ -4,10 +4,10 @@
 #include <new>
 
 #include "kelt/core/context.h"
+#include "kelt/core/element_records.h"
 #include "kelt/core/elementary_load.h"
+#include "kelt/core/internal_states.h"
 #include "kelt/core/load_pass.h"
-#include "kelt/elements/element_records.h"
-#include "kelt/elements/internal_states.h"
 
 namespace kelt::core {
 
@@ -129,6 +129,16 @@ void numerical_model_composite::fill_DOF_to_elements(unsigned element_selector, 
 void numerical_model_composite::clear_internal_states()
 {
     for_each_child([](numerical_model_base& c) { c.clear_internal_states(); });
+}
+
+error_type numerical_model_composite::commit_states()
+{
+    return for_each_child_status([](numerical_model_base& c) { return c.commit_states(); });
+}
+
+void numerical_model_composite::rollback_states()
+{
+    for_each_child([](numerical_model_base& c) { c.rollback_states(); });
 }
 
 error_type numerical_model_composite::set_internal_states(const internal_states& store)

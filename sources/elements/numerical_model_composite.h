@@ -33,6 +33,8 @@ public:
     void fill_DOF_to_elements(unsigned element_selector, unsigned kind, const vector_fast& DOF_index_map,
                               dense1D<unsigned, 8>& counters, dense1D<FE_pair, 8>& pairs) const override;
     void clear_internal_states() override;
+    [[nodiscard]] error_type commit_states() override;
+    void rollback_states() override;
     [[nodiscard]] error_type set_internal_states(const internal_states& store) override;
     [[nodiscard]] error_type get_internal_states(internal_states& store) const override;
     [[nodiscard]] error_type run_elements(unsigned kind, element_pass_type& pass) override;

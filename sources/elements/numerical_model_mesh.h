@@ -5,12 +5,13 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 
+#include "kelt/core/element_records.h"
 #include "kelt/core/elementary_load.h"
+#include "kelt/core/internal_states.h"
 #include "kelt/core/numerical_model_base.h"
 #include "kelt/core/vector_fast.h"
-#include "kelt/elements/element_records.h"
-#include "kelt/elements/internal_states.h"
 #include "kelt/laws/law_base.h"
 
 namespace kelt::core {
@@ -174,65 +175,61 @@ public:
         return mesh.list_DOFs(element_selector, Server::places, listed ? Server::nbr_places : 0, ends, DOFs);
     }
 
-    bool has_internal_states() const override
-    {
-        const law_base* law = server.law();
-        return law && law->has_internal_states();
-    }
-    // Element by element: a slice of one stride when any of its points has a state.
+    bool has_internal_states() const override { return states_per_point() != 0; }
+    // Element by element: a slice of one stride when any of its points has a
+    // committed state.
     bool layout_internal_states(internal_states_block& block) const override
     {
         if (!has_internal_states()) return numerical_model_base::layout_internal_states(block);
-        const law_base& law = *server.law();
         block.clear();
-        block.stride = law.nbr_internal_states() * Server::nbr_points;
+        block.stride = states_per_point() * Server::nbr_points;
         const unsigned n = mesh.nbr_elements();
         if (!block.offsets.resize(n + 1, 0u)) return false;
         unsigned at = 0;
         block.offsets[0] = 0;
         for (unsigned e = 0; e < n; ++e) {
-            bool any = false;
-            for (unsigned p = 0; p < Server::nbr_points && !any; ++p)
-                any = law.has_state(law_key{this->ID, e, server.point(p).ID});
-            if (any) at += block.stride;
+            if (states.has_state(e)) at += block.stride;
             block.offsets[e + 1] = at;
         }
         if (!block.values.resize(at, 0.0)) return false;
         block.values = 0.0;
         return true;
     }
+    // Writes the committed and the trial states; empty values give the virgin state.
     [[nodiscard]] error_type set_element_states(unsigned element, const dense1D<double, 8>& values) override
     {
-        law_base* law = server.law();
-        if (!law || !law->has_internal_states()) return no_error;
+        if (!has_internal_states()) return no_error;
         if (element >= mesh.nbr_elements()) return element_index_error;
-        const unsigned m = law->nbr_internal_states();
-        if (!values.empty() && values.size() < m * Server::nbr_points) return invalid_data_error;
-        for (unsigned p = 0; p < Server::nbr_points; ++p) {
-            const law_key key{this->ID, element, server.point(p).ID};
-            if (values.empty())
-                law->erase_point_state(key);
-            else
-                (void)law->set_point_state(key, values.data() + p * m);
-        }
+        if (!values.empty() && values.size() < states_per_point() * Server::nbr_points) return invalid_data_error;
+        if (values.empty() && !states.allocated()) return no_error;
+        if (auto e = allocate_states(); e != no_error) return e;
+        states.set(element, values.empty() ? nullptr : values.data());
         return no_error;
     }
     [[nodiscard]] error_type get_element_states(internal_states_block& block, unsigned element) const override
     {
-        const law_base* law = server.law();
-        if (!law || !law->has_internal_states()) return no_error;
+        if (!has_internal_states()) return no_error;
         if (element + 1 >= block.offsets.size()) return element_index_error;
         if (block.offsets[element + 1] - block.offsets[element] != block.stride || block.stride == 0) return no_error;
-        const unsigned m = law->nbr_internal_states();
-        double* out = block.values.data() + block.offsets[element];
-        for (unsigned p = 0; p < Server::nbr_points; ++p)
-            if (!law->get_point_state(law_key{this->ID, element, server.point(p).ID}, out + p * m))
-                return invalid_data_error;
+        if (block.stride != states.stride() || block.offsets[element + 1] > block.values.size())
+            return invalid_data_error;
+        const double* c = states.committed(element);
+        if (!c) return invalid_data_error;
+        std::copy(c, c + block.stride, block.values.data() + block.offsets[element]);
         return no_error;
     }
-    void clear_internal_states() override
+    void clear_internal_states() override { states.clear(); }
+    [[nodiscard]] error_type commit_states() override
     {
-        if (law_base* law = server.law()) law->clear_states();
+        states.commit();
+        return no_error;
+    }
+    void rollback_states() override { states.rollback(); }
+    // The states must exist before the threads write them.
+    [[nodiscard]] error_type run_elements(unsigned kind, element_pass_type& pass) override
+    {
+        if (auto e = allocate_states(); e != no_error) return e;
+        return Intermediate::run_elements(kind, pass);
     }
 
     [[nodiscard]] error_type compute_element(unsigned kind, element_work_type& w) const override
@@ -241,6 +238,7 @@ public:
         w.DOFs.clear();
         if (w.element >= mesh.nbr_elements()) return element_index_error;
         if (!this->handles_field_family(kind) || w.factor == 0.0) return no_error;
+        attach_states(w, true);
         return server.compute(kind, mesh.column(w.element), w);
     }
     [[nodiscard]] error_type compute_element_load(const elementary_load& load, element_work_type& w) const override
@@ -258,6 +256,7 @@ public:
         w.DOFs.clear();
         if (w.element >= mesh.nbr_elements()) return element_index_error;
         if (!this->handles_field_family(kind)) return no_error;
+        attach_states(w, false);
         return server.compute_results(result, mesh.column(w.element), w);
     }
     void get_result_field(unsigned result, unsigned& physics_code_, unsigned& kind) const override
@@ -276,6 +275,32 @@ public:
     mesh_connectivity mesh;
 
 private:
+    unsigned states_per_point() const
+    {
+        const law_base* law = server.law();
+        return law ? law->nbr_internal_states() : 0;
+    }
+    error_type allocate_states()
+    {
+        const unsigned m = states_per_point();
+        if (m == 0) return no_error;
+        if (std::uint64_t(m) * Server::nbr_points > 0xFFFFFFFFull) return memory_error;
+        return states.allocate(mesh.nbr_elements(), m * Server::nbr_points) ? no_error : memory_error;
+    }
+    // Points the work record at the element's states; a store not yet allocated
+    // reads as the virgin state and keeps no trial.
+    void attach_states(element_work_type& w, bool keep_trial) const
+    {
+        w.states_per_point = states_per_point();
+        if (w.states_per_point == 0 || !states.allocated()) return;
+        w.committed_states = states.committed(w.element);
+        if (keep_trial) w.trial_states = states.trial(w.element);
+    }
+
+    // Element passes of several threads write the trial slices of their own
+    // elements here, through a const model.
+    mutable element_states_store states;
+
     static bool selected(unsigned field_selector) noexcept
     {
         for (unsigned k = 0; k < Server::nbr_places; ++k)

@@ -188,7 +188,10 @@ private:
             for (unsigned i = 0; i < 6; ++i) mechanical[i] -= thermal[i];
         }
         law.add_initial_strain(key, mechanical);
-        law.get_stress(key, mechanical, v.D, v.sigma, v.energy_density, &w.state_out, w.commit);
+        const unsigned m = w.states_per_point;
+        const double* state_in = w.committed_states ? w.committed_states + p * m : nullptr;
+        double* state_out = w.trial_states ? w.trial_states + p * m : nullptr;
+        law.get_stress(key, mechanical, v.D, v.sigma, v.energy_density, state_in, state_out);
         return det;
     }
 

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "kelt/core/context.h"
-#include "kelt/elements/element_records.h"
+#include "kelt/core/element_records.h"
 #include "kelt/elements/model_init.h"
 #include "kelt/elements/numerical_model_composite.h"
 #include "kelt/fem/context.h"

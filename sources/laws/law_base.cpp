@@ -61,17 +61,7 @@ std::pair<double, double> law_base::get_stiffness_range(field_tag) const { retur
 
 unsigned law_base::nbr_internal_states() const { return 0; }
 
-bool law_base::has_internal_states() const { return false; }
-
-bool law_base::has_state(const law_key&) const { return false; }
-
-void law_base::erase_point_state(const law_key&) {}
-
-void law_base::clear_states() {}
-
-bool law_base::get_point_state(const law_key&, double*) const { return false; }
-
-bool law_base::set_point_state(const law_key&, const double*) { return false; }
+bool law_base::has_internal_states() const { return nbr_internal_states() != 0; }
 
 const dense1D<double, 8>& law_base::element_data(unsigned model, unsigned element) const noexcept
 {

@@ -1,6 +1,7 @@
 // The root of the material laws: a parameter vector shared by all elements of the
-// models that use the law, per-element replacements of it, and the operations on
-// the internal states that non-linear laws keep per integration point.
+// models that use the law, and per-element replacements of it. A law keeps no
+// state of its own: the states of its points live in the models that use it, and
+// the law only says how many values a point needs.
 #pragma once
 
 #include <cstdint>
@@ -48,14 +49,9 @@ public:
     [[nodiscard]] virtual bool process_data(dense1D<double, 8>& data) const;
     // (lower, upper) stiffness scale of a field, for the penalty factors.
     virtual std::pair<double, double> get_stiffness_range(field_tag field) const;
+    // Values of internal state a point needs; 0 for a law without history.
     virtual unsigned nbr_internal_states() const;
     virtual bool has_internal_states() const;
-    virtual bool has_state(const law_key& key) const;
-    virtual void erase_point_state(const law_key& key);
-    virtual void clear_states();
-    // nbr_internal_states values at `out`; false when the point has no state.
-    virtual bool get_point_state(const law_key& key, double* out) const;
-    virtual bool set_point_state(const law_key& key, const double* values);
 
     // The processed parameters that an element reads: its own, else the law's.
     // No copy, so element loops may call it at every point.

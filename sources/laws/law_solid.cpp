@@ -119,7 +119,7 @@ void law_solid_StVenant::add_initial_strain(const law_key& key, voigt6& strain) 
 }
 
 bool law_solid_StVenant::get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma,
-                                    double& energy_density, dense1D<double, 8>*, bool) const
+                                    double& energy_density, const double*, double*) const
 {
     const dense1D<double, 8>& d = element_data(key.model, key.element);
     if (d.size() < 3) {
@@ -209,7 +209,7 @@ void law_solid_orthotropic::add_initial_strain(const law_key& key, voigt6& strai
 }
 
 bool law_solid_orthotropic::get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma,
-                                       double& energy_density, dense1D<double, 8>*, bool) const
+                                       double& energy_density, const double*, double*) const
 {
     const dense1D<double, 8>& d = element_data(key.model, key.element);
     if (!layout(d).valid) {

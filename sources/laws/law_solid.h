@@ -22,11 +22,15 @@ public:
     // Adds the strain that stands for the law's initial stress, in the frame in
     // which the law works.
     virtual void add_initial_strain(const law_key& key, voigt6& strain) const;
-    // D, sigma = D eps and the energy density eps.sigma / 2. False, with all
-    // outputs zero, when the element's parameters cannot be read. A law with
-    // output states appends them to `state_out`.
+    // D, sigma and the energy density at a point; an elastic law gives
+    // sigma = D eps and eps.sigma / 2. False, with all outputs zero, when the
+    // element's parameters cannot be read. A law with history reads the point's
+    // last committed state at `state_in` and writes its new one at `state_out`
+    // (nbr_internal_states values each): a null `state_in` is the virgin state,
+    // a null `state_out` means the new state is not wanted. Both are null for a
+    // law without states. The law itself never changes, so threads may share it.
     virtual bool get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma,
-                            double& energy_density, dense1D<double, 8>* state_out, bool commit) const = 0;
+                            double& energy_density, const double* state_in, double* state_out) const = 0;
     // The free thermal strain of a temperature T (T[0]; n values given).
     virtual void get_thermal_strain(const law_key& key, const double* T, unsigned n, voigt6& out) const = 0;
     virtual void get_constitutive(const law_key& key, constitutive6& D) const = 0;
@@ -39,7 +43,7 @@ public:
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
     void add_initial_strain(const law_key& key, voigt6& strain) const override;
     bool get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma, double& energy_density,
-                    dense1D<double, 8>* state_out, bool commit) const override;
+                    const double* state_in, double* state_out) const override;
     void get_thermal_strain(const law_key& key, const double* T, unsigned n, voigt6& out) const override;
     void get_constitutive(const law_key& key, constitutive6& D) const override;
 
@@ -64,7 +68,7 @@ public:
     bool get_material_basis(const law_key& key, const point3& x, frame3& basis) const override;
     void add_initial_strain(const law_key& key, voigt6& strain) const override;
     bool get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma, double& energy_density,
-                    dense1D<double, 8>* state_out, bool commit) const override;
+                    const double* state_in, double* state_out) const override;
     void get_thermal_strain(const law_key& key, const double* T, unsigned n, voigt6& out) const override;
     void get_constitutive(const law_key& key, constitutive6& D) const override;
 

@@ -12,8 +12,8 @@
 
 #include "element_test_support.h"
 #include "kelt/core/elementary_load.h"
+#include "kelt/core/internal_states.h"
 #include "kelt/core/load_pass.h"
-#include "kelt/elements/internal_states.h"
 #include "kelt/elements/numerical_model_composite.h"
 #include "kelt/elements/numerical_model_mesh.h"
 
@@ -316,35 +316,19 @@ TEST(internal_states, identifiers_hash_by_FNV_1a)
 
 namespace {
 
-// An elastic law that keeps two values per point, as the non-linear laws do.
+// An elastic law whose points carry two values of state, passed on unchanged.
 class law_with_states : public core::law_solid_StVenant {
 public:
     unsigned nbr_internal_states() const override { return 2; }
-    bool has_internal_states() const override { return true; }
-    bool has_state(const core::law_key& k) const override { return states.count(key(k)) != 0; }
-    void erase_point_state(const core::law_key& k) override { states.erase(key(k)); }
-    void clear_states() override { states.clear(); }
-    bool get_point_state(const core::law_key& k, double* out) const override
+    bool get_stress(const core::law_key& key, const core::voigt6& eps, core::constitutive6& D, core::voigt6& sigma,
+                    double& energy_density, const double* in, double* out) const override
     {
-        const auto it = states.find(key(k));
-        if (it == states.end()) return false;
-        out[0] = it->second[0];
-        out[1] = it->second[1];
-        return true;
+        for (unsigned k = 0; out && k < 2; ++k) out[k] = in ? in[k] : 0.0;
+        return law_solid_StVenant::get_stress(key, eps, D, sigma, energy_density, nullptr, nullptr);
     }
-    bool set_point_state(const core::law_key& k, const double* v) override
-    {
-        states[key(k)] = {v[0], v[1]};
-        return true;
-    }
-    static std::tuple<unsigned, unsigned, unsigned> key(const core::law_key& k)
-    {
-        return {k.model, k.element, core::point_index(k.point)};
-    }
-    std::map<std::tuple<unsigned, unsigned, unsigned>, std::array<double, 2>> states;
 };
 
-TEST(internal_states, a_mesh_moves_its_law_states_point_by_point)
+TEST(internal_states, a_mesh_moves_the_states_of_its_points)
 {
     model_context mc;
     const test_mesh m = cube_mesh(element_hexa8, 1, 0.0);
@@ -356,10 +340,12 @@ TEST(internal_states, a_mesh_moves_its_law_states_point_by_point)
     (void)law->init(dense1D<double, 8>(3, 0.2));
     auto model = mc.solid(three, Ptr<core::law_solid_stiff>(law.get()));
     ASSERT_TRUE(model->has_internal_states());
+    dense1D<double, 8> values;
     for (unsigned p = 0; p < 8; ++p) {
-        const double v[2] = {double(p), -1.0 * p};
-        law->set_point_state(core::law_key{model->ID, 1, 700 + p}, v);
+        values.push_back(double(p));
+        values.push_back(-1.0 * p);
     }
+    ASSERT_EQ(model->set_element_states(1, values), no_error);
     core::internal_states store;
     ASSERT_EQ(model->get_internal_states(store), no_error);
     const core::internal_states_block* block = store.find(model->ID);
@@ -369,16 +355,21 @@ TEST(internal_states, a_mesh_moves_its_law_states_point_by_point)
     for (unsigned e = 0; e < 4; ++e) EXPECT_EQ(block->offsets[e], offsets[e]);
     for (unsigned p = 0; p < 8; ++p) EXPECT_EQ(block->values[2 * p], double(p));
 
+    // Cleared, no element has a state; the store brings element 1's back.
     model->clear_internal_states();
-    EXPECT_TRUE(law->states.empty());
+    core::internal_states cleared;
+    ASSERT_EQ(model->get_internal_states(cleared), no_error);
+    EXPECT_EQ(cleared.find(model->ID)->values.size(), 0u);
     ASSERT_EQ(model->set_internal_states(store), no_error);
-    EXPECT_EQ(law->states.size(), 8u);
-    double out[2];
-    ASSERT_TRUE(law->get_point_state(core::law_key{model->ID, 1, 703}, out));
-    EXPECT_EQ(out[1], -3.0);
+    core::internal_states again;
+    ASSERT_EQ(model->get_internal_states(again), no_error);
+    ASSERT_EQ(again.find(model->ID)->values.size(), 16u);
+    EXPECT_EQ(again.find(model->ID)->values[7], -3.0);
     ASSERT_EQ(model->set_element_states(1, dense1D<double, 8>()), no_error);
-    EXPECT_TRUE(law->states.empty());
+    ASSERT_EQ(model->get_internal_states(again), no_error);
+    EXPECT_EQ(again.find(model->ID)->values.size(), 0u);
     EXPECT_EQ(model->set_element_states(1, dense1D<double, 8>(3, 1.0)), invalid_data_error);
+    EXPECT_EQ(model->set_element_states(3, values), element_index_error);
 }
 
 } // namespace

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "kelt/core/context.h"
+#include "kelt/core/element_catalogue.h"
+#include "kelt/core/element_records.h"
 #include "kelt/core/vector_fast.h"
-#include "kelt/elements/element_records.h"
-#include "kelt/elements/element_catalogue.h"
 #include "kelt/elements/model_init.h"
 #include "kelt/elements/shapes.h"
 #include "kelt/fem/context.h"

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "kelt/elements/element_catalogue.h"
+#include "kelt/core/element_catalogue.h"
 #include "kelt/elements/shapes.h"
 
 namespace elfes = kelt::elfes;

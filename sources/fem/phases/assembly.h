@@ -4,7 +4,7 @@
 #pragma once
 
 #include "kelt/core/FEM_states.h"
-#include "kelt/elements/element_records.h"
+#include "kelt/core/element_records.h"
 #include "kelt/engine/assemblers.h"
 #include "kelt/engine/skyline.h"
 #include "kelt/fem/phases/numbering.h"

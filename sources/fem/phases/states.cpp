@@ -1,6 +1,6 @@
 #include "kelt/fem/phases/states.h"
 
-#include "kelt/elements/internal_states.h"
+#include "kelt/core/internal_states.h"
 
 namespace kelt::core {
 

@@ -2,7 +2,7 @@
 // increment commits them, a failed one goes back to the last commit.
 #pragma once
 
-#include "kelt/elements/element_records.h"
+#include "kelt/core/element_records.h"
 #include "kelt/fem/solver_frame.h"
 
 namespace kelt::core {

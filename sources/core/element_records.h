@@ -155,6 +155,13 @@ struct element_work_type {
     dense1D<double, 8> Ue_ref;
     dense2D<double> B; // one row per element DOF
     dense1D<double, 8> state_out;
+    // The element's internal states, states_per_point values a point, points in
+    // rule order: the last committed ones to read and the trial ones to write.
+    // Set by the model before each element; null for a law without states, and
+    // trial_states null when the pass keeps no trial (results).
+    const double* committed_states = nullptr;
+    double* trial_states = nullptr;
+    unsigned states_per_point = 0;
     dense2D<double> results; // one column per point
     dense1D<unsigned, 8> point_IDs;
     dense1D<double, 8> thermal_value; // the value a thermal source gives

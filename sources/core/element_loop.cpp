@@ -10,10 +10,10 @@
 #include <omp.h>
 
 #include "kelt/core/context.h"
+#include "kelt/core/element_catalogue.h"
+#include "kelt/core/element_records.h"
 #include "kelt/core/elementary_load.h"
 #include "kelt/core/load_pass.h"
-#include "kelt/elements/element_catalogue.h"
-#include "kelt/elements/element_records.h"
 
 namespace kelt::core {
 
@@ -171,9 +171,11 @@ error_type numerical_model_base::run_elements(unsigned kind, element_pass_type& 
     if (work.factor == 0.0 || !handles_field_family(kind)) return no_error;
     if (pass.has_thermal && pass.thermal) work.thermal = pass.thermal->get_thermal(ID);
     const unsigned global_first = global_first_element(context, ID);
-    return element_loop(
+    const error_type e = element_loop(
         r, thread_count(context), work, [&](element_work_type& w) { return compute_element(kind, w); },
         [&](element_work_type& w) { return accumulate(w, pass, global_first); });
+    if (e != no_error || !pass.commit) return e;
+    return commit_states();
 }
 
 error_type numerical_model_base::run_element_loads(const elementary_load& load, load_pass_type& pass)

@@ -1,6 +1,6 @@
 // The tables behind element_dim, nbr_nodes and nbr_base_nodes, one row per value of
 // element_type in its numeric order.
-#include "kelt/elements/element_catalogue.h"
+#include "kelt/core/element_catalogue.h"
 
 namespace kelt {
 

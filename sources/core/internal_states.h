@@ -1,5 +1,7 @@
-// The store of the laws' internal states between runs and steps: per model
-// identifier, one block of values with a slice per element that has states.
+// The internal states of the laws: the live states of one model (committed and
+// trial values of every element and point), and the store in which solvers keep
+// them between runs and steps (per model identifier, one block of values with a
+// slice per element that has states).
 #pragma once
 
 #include <cstdint>
@@ -45,6 +47,35 @@ struct model_ID_hash {
         }
         return h;
     }
+};
+
+// The states of every (element, integration point) of one model, `stride` values
+// an element. Element passes read the committed values and write the trial ones,
+// each element its own slice only, so that threads need no lock. Allocated when
+// first needed, zero at start; a state of zeros is the virgin material's.
+class element_states_store {
+public:
+    bool allocated() const noexcept { return committed_.size() != 0; }
+    unsigned stride() const noexcept { return stride_; }
+    unsigned nbr_elements() const noexcept { return stride_ ? committed_.size() / stride_ : 0; }
+    // Sizes both sets to zeros unless they already have this shape; false when
+    // memory fails (the store is then left unallocated) or the size overflows.
+    [[nodiscard]] bool allocate(unsigned nbr_elements, unsigned stride);
+    // Null when the store is not allocated or the element is out of range.
+    const double* committed(unsigned element) const noexcept;
+    double* trial(unsigned element) noexcept;
+    // Both values of the element: from `values` (stride of them), or zeros.
+    void set(unsigned element, const double* values) noexcept;
+    // True when some committed value of the element is not zero.
+    bool has_state(unsigned element) const noexcept;
+    void commit() noexcept;   // committed := trial
+    void rollback() noexcept; // trial := committed
+    void clear() noexcept;    // both := 0
+
+private:
+    unsigned stride_ = 0;
+    dense1D<double, 8> committed_;
+    dense1D<double, 8> trial_;
 };
 
 class internal_states : public ref_counted {

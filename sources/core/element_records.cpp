@@ -1,5 +1,5 @@
 // Filling the element records from a pass, and the private copies of the threads.
-#include "kelt/elements/element_records.h"
+#include "kelt/core/element_records.h"
 
 namespace kelt::core {
 
@@ -73,6 +73,9 @@ void element_work_type::clear_outputs()
     for (double& s : sums4) s = 0.0;
     for (double& s : sums6) s = 0.0;
     state_out.clear();
+    committed_states = nullptr;
+    trial_states = nullptr;
+    states_per_point = 0;
     results.clear();
     point_IDs.clear();
 }
