@@ -3,15 +3,10 @@
 // under the stopping policy, and the report speaks of temperatures.
 #include "kelt/fem/solver_thermal_static_linear.h"
 
-#include <algorithm>
-
 #include "kelt/fem/phases/assembly.h"
-#include "kelt/fem/phases/factor.h"
-#include "kelt/fem/phases/numbering.h"
 #include "kelt/fem/phases/problem.h"
 #include "kelt/fem/phases/report.h"
 #include "kelt/fem/phases/static_resolution.h"
-#include "kelt/fem/phases/states.h"
 
 namespace kelt::core {
 
@@ -22,73 +17,25 @@ namespace {
 void thermal_static_linear_run(run_state& run, const solver_thermal_static_linear::settings_type& settings,
                                solver_thermal_static_linear::data_type& data)
 {
-    numerical_model_base* model = take_problem(run, problem_of(data));
-    if (!model) return;
-    const problem_data& problem = *run.problem;
-    const unsigned cases = problem.nbr_load_cases();
-    FEM_real_states& U = output_states(data.U);
-    const FEM_real_states* U_start = input_states(data.U_start);
-    if (settings.iteration_hdl)
-        run.on_iteration = [&](unsigned k, double r) { settings.iteration_hdl(run.user_data, run.current_case, k, r); };
+    const static_run r = begin_static_run(run, settings, data, "THERMAL STATIC LINEAR RUN (KELT FEM 4.4.0.0) (%d RHS)\n");
+    if (!r.model) return;
+    numerical_model_base& model = *r.model;
+    FEM_real_states& U = *r.U;
 
-    run.log(0, "THERMAL STATIC LINEAR RUN (KELT FEM 4.4.0.0) (%d RHS)\n", int(cases));
-    const double start = wall_clock();
-
-    const prescribed_set prescribed = collect_prescribed(problem);
-    numbering n;
-    if (!number_DOFs(run, *model, kind_conduction, prescribed.common, settings.RHS_only, n, data.time_numbering))
-        return;
-    prescribed_layout layout;
-    if (size_static_states(run, U, n, prescribed, cases, layout)) {
-        data.RHS_size_MB = double(U.rows()) * double(U.cols()) * 8.0 * bytes_to_MB;
-        data.K_size_MB = n.K_size_MB;
-        data.total_size_MB += data.K_size_MB + data.RHS_size_MB;
-        (void)run.check_memory(data.total_size_MB, __FILE__, __LINE__);
-    }
-    data.nbr_free_DOFs = n.size();
-    data.nbr_rows = U.rows();
-    data.nbr_prescribed_out_K = U.rows() - std::min(U.rows(), n.size());
-    data.nbr_prescribed_in_K = layout.nbr_in_K;
-    run.log(2, "Numbering and matrix profile       : %10.2f s.\n", data.time_numbering);
+    static_setup s;
+    if (!set_up_static(run, model, kind_conduction, settings.RHS_only, U, s, data, data.time_numbering)) return;
     log_states_request(run, (unsigned long long)U.rows() * U.cols(), data.RHS_size_MB);
     if (run.stop_requested()) return;
 
     // Heat loads first; the request for K is told once they are known to be right.
-    for (unsigned i = 0; i < U.cols() && i < problem.stresses.size(); ++i)
-        (void)U.set_stress_mgr(i, problem.stresses[i].get());
-    if (U_start && U_start->cols() && !restore_internal_states(run, *model, U_start->internal_state(0))) return;
-    if (!assemble_load_cases(run, *model, kind_thermal_load, 0.0, state_view(U_start, 0), U, data.time_RHS_assembly))
+    if (!assemble_static_loads(run, model, kind_thermal_load, r.start, U, data.time_RHS_assembly)) return;
+    log_K_request(run, s.n);
+    if (!data.energies.resize(U.cols(), 0.0)) throw std::bad_alloc();
+
+    if (!settings.RHS_only &&
+        !solve_static(run, model, kind_conduction, s, state_view(r.start, 0), factor_options{},
+                      {settings.CG_max_iters, settings.CG_tolerance}, U, data, data))
         return;
-    if (!check_finite(run, U, __FILE__, __LINE__)) return;
-    for (unsigned i = 0; i < U.cols(); ++i) run.log(2, "%3d ||F||                : %+E \n", int(i), two_norm(U.col_read(i)));
-    log_K_request(run, n);
-    data.energies.clear();
-    if (!data.energies.resize(cases, 0.0)) throw std::bad_alloc();
-
-    if (!settings.RHS_only) {
-        indexed_sym_matrix K, copy;
-        element_pass_type pass = make_pass(problem);
-        pass.U = state_view(U_start, 0);
-        if (run.stop_requested()) return;
-        const bool assembled = assemble_matrix(run, *model, kind_conduction, pass, n, K, data.time_K_assembly);
-        run.log(1, "Numerical assembly matrix K        : %10.2f s.\n", data.time_K_assembly);
-        if (!assembled) return;
-        log_matrix_statistics(run, K.matrix);
-        const bool keep_K = layout.nbr_in_K > 0;
-        if (keep_K && !copy_for_factor(run, K, n, copy)) return;
-        indexed_sym_matrix& F = keep_K ? copy : K;
-        if (!factorise_static(run, F, n, factor_options{}, data, data.time_factorization)) return;
-        data.uses_disk = uses_disk(run);
-
-        if (run.stop_requested()) return;
-        {
-            phase_timer t(data.time_resolution);
-            const static_system system{*model, kind_conduction, n, prescribed, layout, U, K, F};
-            solve_static_cases(run, system, {settings.CG_max_iters, settings.CG_tolerance}, data.energies);
-        }
-        run.log(1, "Resolution RHS                     : %10.2f s.\n", data.time_resolution);
-        if (!run.going() || !check_finite(run, U, __FILE__, __LINE__)) return;
-    }
     data.uses_disk = uses_disk(run);
 
     for (unsigned i = 0; i < U.cols(); ++i) {
@@ -99,7 +46,7 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
         run.log(2, "%3d max temperature      : %+E \n", int(i), hi);
         run.log(2, "%3d min temperature      : %+E \n", int(i), lo);
     }
-    data.time_total = wall_clock() - start;
+    data.time_total = wall_clock() - r.start_time;
     run.log(0, "Total computing time               : %10.2f s.\n\n", data.time_total);
 }
 

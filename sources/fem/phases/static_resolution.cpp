@@ -10,6 +10,8 @@
 #include "kelt/engine/multiply.h"
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/factor.h"
+#include "kelt/fem/phases/report.h"
+#include "kelt/fem/phases/states.h"
 
 namespace kelt::core {
 
@@ -42,6 +44,84 @@ bool size_static_states(run_state& run, FEM_real_states& U, const numbering& n, 
             (inner ? layout.in_K : layout.out_K)[i] = true;
         }
     return ok;
+}
+
+static_run begin_static_run(run_state& run, const fem::solver_static_linear::settings_type& settings,
+                            fem::solver_static_linear::data_type& data, const char* banner)
+{
+    static_run r;
+    r.model = take_problem(run, problem_of(data));
+    if (!r.model) return r;
+    r.U = &output_states(data.U);
+    r.start = input_states(data.U_start);
+    if (settings.iteration_hdl)
+        run.on_iteration = [&run, handler = settings.iteration_hdl](unsigned k, double residual) {
+            handler(run.user_data, run.current_case, k, residual);
+        };
+    run.log(0, banner, int(run.problem->nbr_load_cases()));
+    r.start_time = wall_clock();
+    return r;
+}
+
+bool set_up_static(run_state& run, const numerical_model_base& model, unsigned kind, bool order_only,
+                   FEM_real_states& U, static_setup& s, fem::static_linear_outputs& out, double& time_numbering)
+{
+    const unsigned cases = run.problem->nbr_load_cases();
+    s.prescribed = collect_prescribed(*run.problem);
+    if (!number_DOFs(run, model, kind, s.prescribed.common, order_only, s.n, time_numbering)) return false;
+    if (size_static_states(run, U, s.n, s.prescribed, cases, s.layout)) {
+        out.RHS_size_MB = double(U.rows()) * double(U.cols()) * 8.0 * bytes_to_MB;
+        out.K_size_MB = s.n.K_size_MB;
+        out.total_size_MB += out.K_size_MB + out.RHS_size_MB;
+        (void)run.check_memory(out.total_size_MB, __FILE__, __LINE__);
+    }
+    out.nbr_free_DOFs = s.n.size();
+    out.nbr_rows = U.rows();
+    out.nbr_prescribed_out_K = U.rows() - std::min(U.rows(), s.n.size());
+    out.nbr_prescribed_in_K = s.layout.nbr_in_K;
+    run.log(2, "Numbering and matrix profile       : %10.2f s.\n", time_numbering);
+    return true;
+}
+
+bool assemble_static_loads(run_state& run, numerical_model_base& model, unsigned thermal_kind,
+                           const FEM_real_states* start, FEM_real_states& U, double& timer)
+{
+    const problem_data& problem = *run.problem;
+    for (unsigned i = 0; i < U.cols() && i < problem.stresses.size(); ++i)
+        (void)U.set_stress_mgr(i, problem.stresses[i].get());
+    if (start && start->cols() && !restore_internal_states(run, model, start->internal_state(0))) return false;
+    if (!assemble_load_cases(run, model, thermal_kind, 0.0, state_view(start, 0), U, timer)) return false;
+    if (!check_finite(run, U, __FILE__, __LINE__)) return false;
+    for (unsigned i = 0; i < U.cols(); ++i) run.log(2, "%3d ||F||                : %+E \n", int(i), two_norm(U.col_read(i)));
+    return true;
+}
+
+bool solve_static(run_state& run, numerical_model_base& model, unsigned kind, const static_setup& s,
+                  const DOF_values_view& start, const factor_options& options, const gradient_settings& cg,
+                  FEM_real_states& U, fem::static_linear_outputs& out, fem::static_linear_timers& timers)
+{
+    indexed_sym_matrix K, copy;
+    element_pass_type pass = make_pass(*run.problem);
+    pass.U = start;
+    if (run.stop_requested()) return false;
+    const bool assembled = assemble_matrix(run, model, kind, pass, s.n, K, timers.time_K_assembly);
+    run.log(1, "Numerical assembly matrix K        : %10.2f s.\n", timers.time_K_assembly);
+    if (!assembled) return false;
+    log_matrix_statistics(run, K.matrix);
+    const bool keep_K = s.layout.nbr_in_K > 0;
+    if (keep_K && !copy_for_factor(run, K, s.n, copy)) return false;
+    indexed_sym_matrix& F = keep_K ? copy : K;
+    if (!factorise_static(run, F, s.n, options, out, timers.time_factorization)) return false;
+    out.uses_disk = uses_disk(run);
+
+    if (run.stop_requested()) return false;
+    {
+        phase_timer t(timers.time_resolution);
+        const static_system system{model, kind, s.n, s.prescribed, s.layout, U, K, F};
+        solve_static_cases(run, system, cg, out.energies);
+    }
+    run.log(1, "Resolution RHS                     : %10.2f s.\n", timers.time_resolution);
+    return run.going() && check_finite(run, U, __FILE__, __LINE__);
 }
 
 bool factorise_static(run_state& run, indexed_sym_matrix& K, const numbering& n, const factor_options& options,
