@@ -179,4 +179,6 @@ error_type numerical_model_base::get_model_DOFs(unsigned kind, const dense2D<dou
     }
 }
 
+bool numerical_model_base::describe_unusable_law(char*, unsigned) const { return false; }
+
 } // namespace kelt::core

@@ -73,6 +73,9 @@ public:
     // Upper reference value of the stiffness of the model's laws for a field: the
     // scale of the penalty factors. 0 for a model that has none.
     virtual double get_stiffness_scale(field_tag field) const;
+    // A parameter of the model's laws that gives no usable matrix, said in `text`;
+    // false when there is none (a model without law has none).
+    virtual bool describe_unusable_law(char* text, unsigned size) const;
     // A length from the bounding box of the model's nodes, 0 without nodes.
     virtual double get_mesh_size(const dense2D<double>& pos) const;
     // Columns of `basis`: the element's own orthonormal axes at its centre, in the

@@ -81,6 +81,13 @@ Ptr<numerical_model_base> numerical_model_composite::find_model(unsigned ID_)
     return found;
 }
 
+bool numerical_model_composite::describe_unusable_law(char* text, unsigned size) const
+{
+    bool found = false;
+    for_each_child([&](numerical_model_base& c) { found = found || c.describe_unusable_law(text, size); });
+    return found;
+}
+
 double numerical_model_composite::get_stiffness_scale(field_tag field) const
 {
     double s = 0.0;

@@ -23,6 +23,7 @@ public:
     void collect_models(std::vector<Ptr<numerical_model_base>>& list) override;
     Ptr<numerical_model_base> find_model(unsigned ID) override;
     double get_stiffness_scale(field_tag field) const override;
+    bool describe_unusable_law(char* text, unsigned size) const override;
     double get_mesh_size(const dense2D<double>& pos) const override;
     void set_FE_transformer(const Ptr<ref_counted>& transformer) override;
     void get_element_DOFs(unsigned element, unsigned kind, const dense2D<double>& pos, unsigned field_selector,

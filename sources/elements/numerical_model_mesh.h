@@ -143,6 +143,11 @@ public:
         const law_base* law = server.law();
         return law ? law->get_stiffness_range(field).second : 0.0;
     }
+    bool describe_unusable_law(char* text, unsigned size) const override
+    {
+        const law_base* law = server.law();
+        return law && law->describe_unusable(text, size);
+    }
     double get_mesh_size(const dense2D<double>& pos) const override { return mesh.size(pos); }
     [[nodiscard]] error_type get_element_basis(unsigned element, const dense2D<double>& pos, const DOF_values_view* U,
                                                matrix_fixed<double, 3, 3>& basis) const override

@@ -40,6 +40,14 @@ void run_state::raise_error(error_type code, const char* title, const char* file
                   line);
 }
 
+void run_state::explain(const char* why)
+{
+    if (status.error_code == no_error || !why) return;
+    char detail[fem::run_status::text_size];
+    std::snprintf(detail, sizeof detail, "%s%s", why, status.msg_detail);
+    copy_text(status.msg_detail, detail);
+}
+
 void run_state::raise_warning(error_type code, const char* title)
 {
     if (status.error_code != no_error || status.warning_code != no_error) return;

@@ -70,6 +70,9 @@ public:
 
     // The first error stays.
     void raise_error(error_type code, const char* title, const char* file, int line);
+    // Puts `why` before the source line of the error's detail: what the host can
+    // act on. Nothing without an error.
+    void explain(const char* why);
     // A warning is kept only on a clean record.
     void raise_warning(error_type code, const char* title);
 

@@ -2,6 +2,8 @@
 #include "kelt/laws/law_base.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <new>
 
 namespace kelt::core {
@@ -58,6 +60,16 @@ bool law_base::valid(const dense1D<double, 8>& given) const { return !given.empt
 bool law_base::process_data(dense1D<double, 8>&) const { return true; }
 
 std::pair<double, double> law_base::get_stiffness_range(field_tag) const { return {0.0, 0.0}; }
+
+bool law_base::describe_unusable(char* text, unsigned size) const
+{
+    for (unsigned i = 0; i < data.size(); ++i)
+        if (!std::isfinite(data[i])) {
+            std::snprintf(text, size, "Law parameter %u is %g.", i, data[i]);
+            return true;
+        }
+    return false;
+}
 
 unsigned law_base::nbr_internal_states() const { return 0; }
 

@@ -49,6 +49,10 @@ public:
     [[nodiscard]] virtual bool process_data(dense1D<double, 8>& data) const;
     // (lower, upper) stiffness scale of a field, for the penalty factors.
     virtual std::pair<double, double> get_stiffness_range(field_tag field) const;
+    // A parameter that init accepts but that gives no usable matrix (a value that
+    // is not finite; a law adds its own ranges), said in `text`; false when every
+    // parameter is usable. A run that meets a bad pivot tells the host which.
+    virtual bool describe_unusable(char* text, unsigned size) const;
     // Values of internal state a point needs; 0 for a law without history.
     virtual unsigned nbr_internal_states() const;
     virtual bool has_internal_states() const;

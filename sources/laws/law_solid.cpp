@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace kelt::core {
 
@@ -92,6 +93,21 @@ void law_solid_StVenant::isotropic(double E, double nu, constitutive6& D)
 }
 
 bool law_solid_StVenant::valid(const dense1D<double, 8>& d) const { return d.size() == 3 || d.size() == 9; }
+
+bool law_solid_StVenant::describe_unusable(char* text, unsigned size) const
+{
+    if (law_base::describe_unusable(text, size)) return true;
+    if (data.size() < 2) return false;
+    if (!(data[0] > 0.0)) {
+        std::snprintf(text, size, "Law parameter E = %g is not positive.", data[0]);
+        return true;
+    }
+    if (!(data[1] > -1.0 && data[1] < 0.5)) {
+        std::snprintf(text, size, "Law parameter nu = %g lies outside (-1, 0.5).", data[1]);
+        return true;
+    }
+    return false;
+}
 
 std::pair<double, double> law_solid_StVenant::get_stiffness_range(field_tag field) const
 {

@@ -41,6 +41,8 @@ class law_solid_StVenant : public law_solid_stiff {
 public:
     bool valid(const dense1D<double, 8>& data) const override;
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
+    // E at or below 0, nu outside (-1, 0.5).
+    bool describe_unusable(char* text, unsigned size) const override;
     void add_initial_strain(const law_key& key, voigt6& strain) const override;
     bool get_stress(const law_key& key, const voigt6& eps, constitutive6& D, voigt6& sigma, double& energy_density,
                     const double* state_in, double* state_out) const override;

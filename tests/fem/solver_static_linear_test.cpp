@@ -645,3 +645,27 @@ TEST(solver_static_linear, a_problem_emptied_inside_the_interrupt_handler_ends_t
         EXPECT_EQ(data.error_code, no_error) << at << data.msg_title;
     }
 }
+
+TEST(solver_static_linear, a_pivot_error_from_an_unusable_law_names_the_value)
+{
+    const struct row {
+        double E, nu;
+        const char* detail;
+    } rows[] = {{-2.0e5, 0.3, "Law parameter E = -200000 is not positive."},
+                {2.0e5, 0.5, "Law parameter nu = 0.5 lies outside (-1, 0.5)."},
+                {2.0e5, -1.0, "Law parameter nu = -1 lies outside (-1, 0.5)."}};
+    for (const row& w : rows) {
+        test_context t;
+        const double size[3] = {2.0, 1.0, 1.0};
+        mesh m = box_mesh(element_hexa8, size, {2, 1, 1});
+        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.pos(0, node) == 0.0) (void)DOFs.set(node, displacement_tag, false);
+        fem::problem_data problem(t.ctx, m.pos, DOFs, t.solid(m, w.E, w.nu), 1);
+        fem::solver_static_linear solver;
+        fem::solver_static_linear::data_type data(problem);
+        solver.run(data);
+        EXPECT_EQ(data.error_code, pivot_error) << w.detail;
+        EXPECT_EQ(std::string(data.msg_detail).rfind(std::string(w.detail) + "\nFile = ", 0), 0u) << data.msg_detail;
+    }
+}

@@ -111,7 +111,13 @@ bool solve_static(run_state& run, numerical_model_base& model, unsigned kind, co
     const bool keep_K = s.layout.nbr_in_K > 0;
     if (keep_K && !copy_for_factor(run, K, s.n, copy)) return false;
     indexed_sym_matrix& F = keep_K ? copy : K;
-    if (!factorise_static(run, F, s.n, options, out, timers.time_factorization)) return false;
+    if (!factorise_static(run, F, s.n, options, out, timers.time_factorization)) {
+        // A law that init accepted may be the cause: a modulus at or below 0 gives
+        // a zero or negative pivot, which names a DOF but not the law.
+        char why[160];
+        if (run.status.error_code == pivot_error && model.describe_unusable_law(why, sizeof why)) run.explain(why);
+        return false;
+    }
     out.uses_disk = uses_disk(run);
 
     if (run.stop_requested()) return false;
