@@ -30,12 +30,12 @@ for t in "${targets[@]}"; do
   mkdir -p "$work" "$artifacts"
   echo "== fuzz_$t for ${seconds} s"
   # One run at a time: the machine is shared. Each input has 10 s and 1 GB.
-  if ! "$build/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 -max_len=4096 \
+  if ! "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 -max_len=4096 \
       -print_final_stats=1 -artifact_prefix="$artifacts" "$work" "fuzz/corpus/$t"; then
     status=1
   fi
   if [[ ${KELT_FUZZ_MERGE:-0} == 1 ]]; then
-    "$build/fuzz_$t" -merge=1 -max_len=4096 "fuzz/corpus/$t" "$work"
+    "$build/fuzz/fuzz_$t" -merge=1 -max_len=4096 "fuzz/corpus/$t" "$work"
   fi
 done
 exit $status
