@@ -73,20 +73,9 @@ void packed_bits::clear() noexcept
 
 unsigned DOFs_mgr::ID(unsigned node, field_tag f, unsigned comp) noexcept
 {
-    switch (f) {
-    case displacement_tag: return node * nbr_places + comp;
-    case rotation_tag: return node * nbr_places + 3 + comp;
-    case temperature_tag: return node * nbr_places + 6;
-    }
-    return no_ID;
-}
-
-std::uint64_t DOFs_mgr::wide_ID(unsigned node, field_tag f, unsigned comp) noexcept
-{
     const unsigned first = first_place(f);
     if (first == no_place) return no_ID;
-    const std::uint64_t base = std::uint64_t(node) * nbr_places + first;
-    return f == temperature_tag ? base : base + comp;
+    return place_ID(node, f == temperature_tag ? first : std::uint64_t(first) + comp);
 }
 
 unsigned DOFs_mgr::nbr_nodes() const noexcept
@@ -135,19 +124,19 @@ error_type DOFs_mgr::set(unsigned ID, bool state) noexcept
 
 error_type DOFs_mgr::set(unsigned node, field_tag f, unsigned comp, bool state) noexcept
 {
-    const std::uint64_t id = wide_ID(node, f, comp);
+    const unsigned id = ID(node, f, comp);
     if (id >= bits.size) return invalid_data_error;
-    bits.put(unsigned(id), state);
+    bits.put(id, state);
     return no_error;
 }
 
 error_type DOFs_mgr::set(unsigned node, field_tag f, bool state) noexcept
 {
-    const std::uint64_t first = wide_ID(node, f, 0);
+    const unsigned first = ID(node, f, 0);
     if (first >= bits.size) return invalid_data_error;
     // The size is a multiple of 9, so the whole field lies inside once its first
     // place does.
-    bits.fill(unsigned(first), unsigned(first) + (f == temperature_tag ? 1 : 3), state);
+    bits.fill(first, first + (f == temperature_tag ? 1 : 3), state);
     return no_error;
 }
 
@@ -155,10 +144,10 @@ error_type DOFs_mgr::set(unsigned node, field_tag f, unsigned c1, unsigned c2, b
 {
     if (f != displacement_tag && f != rotation_tag) return invalid_data_error;
     if (c1 > 2 || c2 > 2) return invalid_data_error;
-    const std::uint64_t first = wide_ID(node, f, 0);
+    const unsigned first = ID(node, f, 0);
     if (first >= bits.size) return invalid_data_error;
-    bits.put(unsigned(first) + c1, state);
-    bits.put(unsigned(first) + c2, state);
+    bits.put(first + c1, state);
+    bits.put(first + c2, state);
     return no_error;
 }
 
@@ -173,9 +162,9 @@ error_type DOFs_mgr::get(unsigned ID, bool& state) const noexcept
 error_type DOFs_mgr::get(unsigned node, field_tag f, unsigned comp, bool& state) const noexcept
 {
     state = false;
-    const std::uint64_t id = wide_ID(node, f, comp);
+    const unsigned id = ID(node, f, comp);
     if (id >= bits.size) return invalid_data_error;
-    state = bits.get(unsigned(id));
+    state = bits.get(id);
     return no_error;
 }
 

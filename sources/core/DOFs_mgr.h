@@ -43,7 +43,16 @@ public:
     DOFs_mgr() = default;
     DOFs_mgr(unsigned nodes, bool state) { resize(nodes, state); }
 
-    // node * 9 + place in 32-bit arithmetic; no_ID for a tag that is no field.
+    // The identifier of `place` of `node`, or no_ID when node * 9 + place does not
+    // fit in 32 bits: a large node must not wrap onto a small one. Every
+    // identifier formed from a node goes through here.
+    static constexpr unsigned place_ID(unsigned node, std::uint64_t place) noexcept
+    {
+        const std::uint64_t id = std::uint64_t(node) * nbr_places + place;
+        return id < no_ID ? unsigned(id) : no_ID;
+    }
+    // place_ID of the field's first place plus `comp` (temperature has one place);
+    // no_ID for a tag that is no field or an identifier that does not fit.
     static unsigned ID(unsigned node, field_tag f, unsigned comp) noexcept;
     static unsigned stride() noexcept { return nbr_places; }
     static unsigned DOF_STRIDE() noexcept { return nbr_places; }
@@ -74,11 +83,6 @@ public:
     packed_bits bits;
     // For each added node, the regular node it stands for.
     dense1D<unsigned, 8> added_nodes;
-
-private:
-    // The identifier in 64 bits, so that a large node cannot wrap onto a small
-    // one; no_ID for a foreign tag, which is never below a size.
-    static std::uint64_t wide_ID(unsigned node, field_tag f, unsigned comp) noexcept;
 };
 
 } // namespace kelt::core

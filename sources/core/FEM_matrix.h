@@ -202,12 +202,20 @@ public:
         return set_row(row_pos(ID), values, step);
     }
 
+    // True when `f` is a field whose identifiers at `node` do not fit in 32 bits:
+    // such a node has no rows anywhere, and reading it as an absent one would hide
+    // a host's mistake.
+    static bool beyond_numbering(unsigned node, field_tag f) noexcept
+    {
+        return DOFs_mgr::ID(node, f, 2) == DOFs_mgr::no_ID && DOFs_mgr::ID(0, f, 2) != DOFs_mgr::no_ID;
+    }
+
     // The three components of a nodal field in a column; rows that do not exist
     // read as 0. A temperature fills all three with its one value.
     [[nodiscard]] error_type get_vector(unsigned node, field_tag f, unsigned col, T (&out)[3]) const
     {
         out[0] = out[1] = out[2] = T();
-        if (col >= this->cols()) return invalid_data_error;
+        if (col >= this->cols() || beyond_numbering(node, f)) return invalid_data_error;
         const dense1D<T, 8> c = this->col_read(col);
         if (c.size() != this->rows()) return internal_error;
         for (unsigned k = 0; k < 3; ++k)
@@ -217,7 +225,7 @@ public:
     // The mirror image; components with no row are skipped.
     [[nodiscard]] error_type set_vector(unsigned node, field_tag f, unsigned col, const T* in, unsigned n)
     {
-        if (col >= this->cols()) return invalid_data_error;
+        if (col >= this->cols() || beyond_numbering(node, f)) return invalid_data_error;
         dense1D<T, 8> c = this->col(col);
         if (c.size() != this->rows()) return internal_error;
         for (unsigned k = 0; k < 3 && k < n; ++k)
@@ -230,7 +238,9 @@ public:
     {
         if (col >= this->cols()) return invalid_data_error;
         const unsigned m = out.rows() < 3 ? out.rows() : 3;
-        for (unsigned k = 0; k < out.cols() && std::uint64_t(first_node) + k <= 0xFFFFFFFFull; ++k) {
+        for (unsigned k = 0;
+             k < out.cols() && std::uint64_t(first_node) + k <= 0xFFFFFFFFull && !beyond_numbering(first_node + k, f);
+             ++k) {
             T v[3];
             if (auto e = get_vector(first_node + k, f, col, v); e != no_error) return e;
             for (unsigned i = 0; i < m; ++i) out(i, k) = v[i];

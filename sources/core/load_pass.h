@@ -6,6 +6,7 @@
 
 #include "kelt/core/assembler_base.h"
 #include "kelt/core/numerical_model_base.h"
+#include "kelt/core/vector_fast.h"
 
 namespace kelt::core {
 
@@ -24,6 +25,13 @@ struct load_pass_type {
     unsigned element = all_elements;
     // The solver's element pass, when it has one: null otherwise.
     element_pass_type* element_pass = nullptr;
+    // The rows of the target when the caller knows them; a DOF load whose
+    // identifier has no row there reaches nothing. Null: DOF loads are not judged.
+    const vector_fast* rows = nullptr;
+    // Loads that reached nothing and were passed over: on a DOF without a row (a
+    // node the model does not have, a blocked DOF, a rotation of a solid), on an
+    // element index past the end of its model, or on a model that does not exist.
+    unsigned nbr_skipped = 0;
 
     static constexpr unsigned no_case = 0xFFFFFFFFu;
 };

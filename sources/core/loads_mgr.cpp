@@ -1,7 +1,9 @@
 #include "kelt/core/loads_mgr.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
+#include <vector>
 
 #include "kelt/core/DOFs_mgr.h"
 #include "kelt/core/context.h"
@@ -12,12 +14,26 @@ namespace {
 
 constexpr unsigned no_ID = 0xFFFFFFFFu;
 
-// The identifier of a nodal component; a foreign tag gives node x 9 - 1, where
-// the place is -1.
-unsigned nodal_ID(unsigned node, field_tag f, unsigned comp)
+// The identifier of a nodal component; a foreign tag gives node x 9 - 1, the place
+// before the node's first (for node 0 the 32-bit arithmetic gives no_ID, which no
+// DOF has). False when the identifier does not fit.
+bool nodal_ID(unsigned node, field_tag f, unsigned comp, unsigned& ID)
 {
-    const unsigned ID = DOFs_mgr::ID(node, f, comp);
-    return ID != DOFs_mgr::no_ID ? ID : node * DOFs_mgr::nbr_places - 1;
+    if (f == displacement_tag || f == rotation_tag || f == temperature_tag)
+        ID = DOFs_mgr::ID(node, f, comp);
+    else if (node == 0)
+        return ID = no_ID, true;
+    else
+        ID = DOFs_mgr::place_ID(node - 1, DOFs_mgr::nbr_places - 1);
+    return ID != no_ID;
+}
+
+// The six identifiers of a node's translations and rotations; false when the last
+// one does not fit, so that a batch is refused whole.
+bool nodal_IDs(unsigned node, unsigned (&IDs)[6])
+{
+    for (unsigned c = 0; c < 6; ++c) IDs[c] = DOFs_mgr::place_ID(node, c);
+    return IDs[5] != no_ID;
 }
 
 void push(dense1D<DOF_value, 8>& list, unsigned ID, double value, unsigned func)
@@ -59,33 +75,47 @@ error_type loads_mgr::record_values(load_list which, const dense1D<unsigned, 8>&
     return no_error;
 }
 
+error_type loads_mgr::record_nodal(dense1D<DOF_value, 8>& list, unsigned node, field_tag f, unsigned comp,
+                                   double value, unsigned func)
+{
+    unsigned ID;
+    if (!nodal_ID(node, f, comp, ID)) return invalid_data_error;
+    push(list, ID, value, func);
+    return no_error;
+}
+
+error_type loads_mgr::record_nodal_six(dense1D<DOF_value, 8>& list, unsigned node, const vector_fixed<double, 3>& A,
+                                       const vector_fixed<double, 3>& B, unsigned func)
+{
+    unsigned IDs[6];
+    if (!nodal_IDs(node, IDs)) return invalid_data_error;
+    if (!list.reserve(list.size() + 6, 2)) return no_error;
+    for (unsigned c = 0; c < 3; ++c) push(list, IDs[c], A[c], func);
+    for (unsigned c = 0; c < 3; ++c) push(list, IDs[3 + c], B[c], func);
+    return no_error;
+}
+
 error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)
 {
-    return record_DOF_load(nodal_ID(node, f, comp), value, func);
+    return record_nodal(DOF_loads, node, f, comp, value, func);
 }
 
 error_type loads_mgr::record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
                                         const vector_fixed<double, 3>& M, unsigned func)
 {
-    if (!DOF_loads.reserve(DOF_loads.size() + 6, 2)) return no_error;
-    for (unsigned c = 0; c < 3; ++c) push(DOF_loads, nodal_ID(node, displacement_tag, c), F[c], func);
-    for (unsigned c = 0; c < 3; ++c) push(DOF_loads, nodal_ID(node, rotation_tag, c), M[c], func);
-    return no_error;
+    return record_nodal_six(DOF_loads, node, F, M, func);
 }
 
 error_type loads_mgr::record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
                                                     unsigned func)
 {
-    return record_DOF_prescribed_value(nodal_ID(node, f, comp), value, func);
+    return record_nodal(prescribed_values, node, f, comp, value, func);
 }
 
 error_type loads_mgr::record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
                                                      const vector_fixed<double, 3>& R, unsigned func)
 {
-    if (!prescribed_values.reserve(prescribed_values.size() + 6, 2)) return no_error;
-    for (unsigned c = 0; c < 3; ++c) push(prescribed_values, nodal_ID(node, displacement_tag, c), U[c], func);
-    for (unsigned c = 0; c < 3; ++c) push(prescribed_values, nodal_ID(node, rotation_tag, c), R[c], func);
-    return no_error;
+    return record_nodal_six(prescribed_values, node, U, R, func);
 }
 
 bool loads_mgr::store_load(const elementary_load& load, unsigned func, double factor, unsigned& index)
@@ -147,6 +177,22 @@ double loads_mgr::evolution(unsigned func, double t) const
     return f ? f->value(t) : 1.0;
 }
 
+namespace {
+
+// The elements a load on `model` can reach: a composite hands the index to each
+// of its members, so an index reaches something while it is below the largest.
+unsigned reachable_elements(numerical_model_base& model, std::vector<Ptr<numerical_model_base>>& members)
+{
+    members.clear();
+    model.collect_models(members);
+    unsigned n = 0;
+    for (const auto& m : members)
+        if (m) n = std::max(n, m->nbr_elements());
+    return n;
+}
+
+} // namespace
+
 error_type loads_mgr::assemble(load_pass_type& pass) const
 {
     const auto skipped = [&] {
@@ -157,10 +203,25 @@ error_type loads_mgr::assemble(load_pass_type& pass) const
     error_type e = no_error;
     if (context) {
         Ptr<numerical_models_mgr> models = context->numerical_models_mgr;
+        std::vector<Ptr<numerical_model_base>> members;
+        const numerical_model_base* last = nullptr; // the model whose count is `reach`
+        unsigned reach = 0;
         for (const auto& [func, record] : NM_loads) {
             numerical_model_base* model = models->get_NM(record.NM_ID);
-            if (!model || record.load >= elementary_loads.size()) continue;
+            if (!model || record.load >= elementary_loads.size()) {
+                ++pass.nbr_skipped;
+                continue;
+            }
             Ptr<numerical_model_base> held = model;
+            if (model != last) {
+                try {
+                    reach = reachable_elements(*model, members);
+                } catch (const std::bad_alloc&) {
+                    reach = 0xFFFFFFFFu; // counted as reached: the count is a report only
+                }
+                last = model;
+            }
+            if (record.element != all_elements && record.element >= reach) ++pass.nbr_skipped;
             pass.element = record.element;
             e = model->run_element_loads(elementary_loads[record.load], pass);
             if (e != no_error) break;
@@ -169,10 +230,13 @@ error_type loads_mgr::assemble(load_pass_type& pass) const
     pass.case_index = case_index;
     pass.element = element;
     if (e != no_error || skipped()) return e;
-    for (const DOF_value& load : DOF_loads)
+    for (const DOF_value& load : DOF_loads) {
+        // The assembler drops what has no row; the count only reports it.
+        if (pass.rows && !pass.rows->contains(load.first)) ++pass.nbr_skipped;
         if (auto a = pass.assembler.add(load.first, evolution(load.second, pass.time) * pass.factor * load.third);
             a != no_error)
             return a;
+    }
     return no_error;
 }
 

@@ -70,7 +70,8 @@ public:
 
     // Adds the case, at `pass.factor` and `pass.time`, to `pass.assembler`: element
     // loads through their models, then the DOF loads. The first failure of a model
-    // stops and is returned.
+    // stops and is returned. Loads that reach nothing are passed over, as before,
+    // and counted in `pass.nbr_skipped`.
     [[nodiscard]] error_type assemble(load_pass_type& pass) const;
     // Appends the identifiers of the prescribed values in order, repeats included.
     void prescribed_IDs(dense1D<unsigned, 8>& list) const;
@@ -88,6 +89,12 @@ public:
     dense1D<DOF_value, 8> prescribed_values;
 
 private:
+    // One record, or six on a node's translations and rotations; a node whose
+    // identifiers do not fit is refused with invalid_data_error.
+    static error_type record_nodal(dense1D<DOF_value, 8>& list, unsigned node, field_tag f, unsigned comp,
+                                   double value, unsigned func);
+    static error_type record_nodal_six(dense1D<DOF_value, 8>& list, unsigned node, const vector_fixed<double, 3>& A,
+                                       const vector_fixed<double, 3>& B, unsigned func);
     // Index of an entry equal to `load` among the last ones, or of a deep copy of
     // it appended, scaled by `factor`, with function `func`. False when memory fails.
     bool store_load(const elementary_load& load, unsigned func, double factor, unsigned& index);

@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "kelt/core/DOFs_mgr.h"
 #include "kelt/core/bases_mgr.h"
 
 #include "kelt/core/element_records.h"
@@ -88,7 +89,7 @@ template <unsigned NN, unsigned NP>
 void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsigned (&places)[NP], double* out)
 {
     for (unsigned a = 0; a < NN; ++a)
-        for (unsigned k = 0; k < NP; ++k) out[a * NP + k] = U.empty() ? 0.0 : U.get(nodes[a] * 9 + places[k]);
+        for (unsigned k = 0; k < NP; ++k) out[a * NP + k] = U.empty() ? 0.0 : U.get(DOFs_mgr::place_ID(nodes[a], places[k]));
 }
 
 // The isoparametric map of a volume at a point: J(i, k) = dx_i / dr_k, the
@@ -227,7 +228,7 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
 {
     if (!DOFs.resize(NN * NP)) return false;
     for (unsigned a = 0; a < NN; ++a)
-        for (unsigned k = 0; k < NP; ++k) DOFs[a * NP + k] = nodes[a] * 9 + places[k];
+        for (unsigned k = 0; k < NP; ++k) DOFs[a * NP + k] = DOFs_mgr::place_ID(nodes[a], places[k]);
     return true;
 }
 

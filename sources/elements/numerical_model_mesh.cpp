@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include "kelt/core/DOFs_mgr.h"
+
 namespace kelt::core {
 
 bool field_selected(unsigned field_selector, unsigned place) noexcept
@@ -49,7 +51,7 @@ void mesh_connectivity::insert_DOFs(unsigned element, const unsigned* places, un
 {
     const unsigned* c = column(element);
     for (unsigned a = 0; a < nodes.rows(); ++a)
-        for (unsigned k = 0; k < nbr_places; ++k) (void)set.push_back(c[a] * 9 + places[k]);
+        for (unsigned k = 0; k < nbr_places; ++k) (void)set.push_back(DOFs_mgr::place_ID(c[a], places[k]));
 }
 
 error_type mesh_connectivity::list_DOFs(unsigned element_selector, const unsigned* places, unsigned nbr_places,
@@ -68,7 +70,11 @@ error_type mesh_connectivity::list_DOFs(unsigned element_selector, const unsigne
         for (unsigned e = first; e < last; ++e) {
             const unsigned* c = column(e);
             for (unsigned a = 0; a < nodes.rows(); ++a)
-                for (unsigned k = 0; k < nbr_places; ++k) DOFs.push_back(c[a] * 9 + places[k]);
+                for (unsigned k = 0; k < nbr_places; ++k) {
+                    const unsigned ID = DOFs_mgr::place_ID(c[a], places[k]);
+                    if (ID == DOFs_mgr::no_ID) return invalid_data_error; // a node no table can hold
+                    DOFs.push_back(ID);
+                }
             ends.push_back(unsigned(DOFs.size()));
         }
     } catch (const std::bad_alloc&) {

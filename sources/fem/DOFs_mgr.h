@@ -25,7 +25,8 @@ public:
     DOFs_mgr& operator=(DOFs_mgr&&) = default;
     ~DOFs_mgr() override = default;
 
-    // 0xFFFFFFFF for a tag that is no field; the component is not checked.
+    // 0xFFFFFFFF for a tag that is no field, and for an identifier that does not
+    // fit below 0xFFFFFFFF (from node 477218588 on); the component is not checked.
     static unsigned ID(unsigned node, field_tag f, unsigned comp);
     static unsigned stride();
     static unsigned DOF_STRIDE();

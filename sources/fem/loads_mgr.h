@@ -29,6 +29,8 @@ public:
     void create(context& ctx);
 
     // A tag that is no field records on identifier node x 9 - 1, which no field uses.
+    // A node whose identifier does not fit in 32 bits is refused with
+    // invalid_data_error, the six-record forms whole.
     [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
     // Force on the translations and moment on the rotations of a node: six records.
     [[nodiscard]] error_type record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,

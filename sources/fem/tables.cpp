@@ -52,10 +52,14 @@ public:
         }
     }
 
-    bool read_matrix(dense2D<double>& m)
+    // A matrix of the shape the two vectors give; any other could only make an
+    // empty table, and is refused before allocating: a 0 x 4e9 shape costs nothing
+    // to write and billions of steps to build.
+    bool read_matrix(dense2D<double>& m, unsigned expected_rows, unsigned expected_cols)
     {
         unsigned rows = 0, cols = 0;
         if (!read_unsigned(rows) || !read_unsigned(cols)) return false;
+        if (rows != expected_rows || cols != expected_cols) return false;
         const std::uint64_t n = std::uint64_t(rows) * cols;
         // A size the rest of the text cannot fill is refused before allocating.
         if (n > remaining()) return false;
@@ -123,7 +127,7 @@ bool read_table_file(const char* path, dense1D<double, 8>& xs, dense1D<double, 8
     if (!file) return false;
     const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     text_reader in(text);
-    return in.read_vector(xs) && in.read_vector(ys) && in.read_matrix(values);
+    return in.read_vector(xs) && in.read_vector(ys) && in.read_matrix(values, xs.size(), ys.size());
 }
 
 } // namespace

@@ -152,6 +152,49 @@ TEST_F(loads_fixture, a_failing_model_stops_the_case_before_the_DOF_loads)
     EXPECT_TRUE(a.sums.empty());
 }
 
+// What a case passes over is counted, and only that: rows are those a solver gives
+// for a solid on nodes 0 and 1 with node 1's x blocked.
+TEST_F(loads_fixture, each_load_that_reaches_nothing_counts_once)
+{
+    vector_fast rows;
+    ASSERT_TRUE(rows.assign(make<unsigned>({0, 1, 2, 10, 11}).data(), 5));
+    const unsigned elsewhere = model->ID + 5;
+    struct row {
+        const char* what;
+        unsigned DOF; // no_DOF for an element load
+        unsigned model, element;
+        unsigned skipped;
+    };
+    constexpr unsigned no_DOF = 0xFFFFFFFFu;
+    const row table[] = {
+        {"node the model does not have", 9 * 5, 0, 0, 1},
+        {"blocked DOF", 9, 0, 0, 1},
+        {"rotation of a solid", 3, 0, 0, 1},
+        {"free DOF", 10, 0, 0, 0},
+        {"element past the end", no_DOF, model->ID, 100, 1},
+        {"last element", no_DOF, model->ID, 99, 0},
+        {"all elements", no_DOF, model->ID, core::all_elements, 0},
+        {"model that does not exist", no_DOF, elsewhere, 0, 1},
+    };
+    for (const row& r : table) {
+        SCOPED_TRACE(r.what);
+        core::loads_mgr loads(ctx);
+        if (r.DOF != no_DOF)
+            ASSERT_EQ(loads.record_DOF_load(r.DOF, 1.0, 0), no_error);
+        else
+            ASSERT_EQ(loads.record_NM_load(r.model, r.element, load_of(1, {1.0}), 0), no_error);
+        sum_assembler a;
+        core::load_pass_type pass(a, 1.0, 0.0, 0);
+        pass.rows = &rows;
+        EXPECT_EQ(loads.assemble(pass), no_error);
+        EXPECT_EQ(pass.nbr_skipped, r.skipped);
+        // Without the rows a DOF load cannot be judged; an element load still can.
+        core::load_pass_type blind(a, 1.0, 0.0, 0);
+        EXPECT_EQ(loads.assemble(blind), no_error);
+        EXPECT_EQ(blind.nbr_skipped, r.DOF == no_DOF ? r.skipped : 0u);
+    }
+}
+
 TEST_F(loads_fixture, prescribed_values_on_one_DOF_add_up)
 {
     core::loads_mgr loads(ctx);

@@ -167,6 +167,52 @@ TEST(solver_static_linear, cantilever_deflects_as_a_timoshenko_beam)
     EXPECT_TRUE(c.has("Total computing time"));
 }
 
+// Node 1908874355 has identifiers past 32 bits: its x, 1908874355 x 9, wraps onto
+// 11, the z of node 1, a free DOF of the beam. Every operation that forms an identifier from it
+// refuses it, and the run is what it was without the attempts.
+TEST(solver_static_linear, a_node_whose_identifiers_pass_32_bits_is_refused_and_changes_nothing)
+{
+    constexpr unsigned far = 1908874355u;
+    cantilever beam;
+    ASSERT_GT(beam.m.pos(0, 1), 0.0); // node 1 is not on the clamped root
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type before(beam.problem);
+    solver.run(before);
+    ASSERT_EQ(before.error_code, no_error);
+
+    fem::loads_mgr loads = beam.problem.get_loads_mgr(0);
+    fem::DOFs_mgr DOFs = beam.problem.get_DOFs_mgr();
+    const vector_fixed<double, 3> big{{1e3, 1e3, 1e3}};
+    vector_fixed<double, 3> read;
+    const std::pair<const char*, error_type> refused[] = {
+        {"nodal load", loads.record_nodal_load(far, displacement_tag, 0, 1e3, no_func)},
+        {"nodal prescribed value", loads.record_nodal_prescribed_value(far, displacement_tag, 0, 1.0, no_func)},
+        {"force and moment", loads.record_nodal_load(far, big, big, no_func)},
+        {"prescribed vectors", loads.record_nodal_prescribed_values(far, big, big, no_func)},
+        {"temperature load", loads.record_nodal_load(far, temperature_tag, 0, 1e3, no_func)},
+        {"DOF table", DOFs.set(far, displacement_tag, 0, true)},
+        {"read from U", before.U.get_vector(far, displacement_tag, 0, read)},
+        {"write into U", before.U.set_vector(far, displacement_tag, 0, big)},
+    };
+    for (const auto& [what, e] : refused) EXPECT_EQ(e, invalid_data_error) << what;
+    EXPECT_EQ(fem::DOFs_mgr::ID(far, displacement_tag, 0), 0xFFFFFFFFu);
+    EXPECT_EQ(fem::DOFs_mgr::ID(far, rotation_tag, 0), 0xFFFFFFFFu);
+
+    fem::solver_static_linear::data_type after(beam.problem);
+    solver.run(after);
+    ASSERT_EQ(after.error_code, no_error);
+    EXPECT_EQ(after.nbr_prescribed_in_K, 0u);
+    ASSERT_EQ(after.U.rows(), before.U.rows());
+    const dense1D<double, 8> a = before.U.col(0), b = after.U.col(0);
+    double scale = 0.0, gap = 0.0;
+    for (unsigned r = 0; r < a.size(); ++r) {
+        scale = std::max(scale, std::fabs(a[r]));
+        gap = std::max(gap, std::fabs(a[r] - b[r]));
+    }
+    // The same problem solved twice: the sums may only differ in their order.
+    EXPECT_LE(gap, 1e-11 * scale);
+}
+
 TEST(solver_static_linear, one_and_two_threads_agree_to_rounding)
 {
     cantilever beam;
@@ -668,4 +714,22 @@ TEST(solver_static_linear, a_pivot_error_from_an_unusable_law_names_the_value)
         EXPECT_EQ(data.error_code, pivot_error) << w.detail;
         EXPECT_EQ(std::string(data.msg_detail).rfind(std::string(w.detail) + "\nFile = ", 0), 0u) << data.msg_detail;
     }
+}
+
+TEST(solver_static_linear, loads_that_reach_nothing_are_counted_in_the_log)
+{
+    cantilever beam;
+    fem::loads_mgr loads = beam.problem.get_loads_mgr(0);
+    EXPECT_EQ(loads.record_DOF_load(dof(0, 2), 5.0, no_func), no_error); // on the clamped root
+    EXPECT_EQ(loads.record_DOF_load(fem::DOFs_mgr::ID(beam.tip, rotation_tag, 0), 5.0, no_func), no_error); // a solid has none
+    log_capture c;
+    auto solver = solver_with<fem::solver_static_linear>(c);
+    fem::solver_static_linear::data_type data(beam.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error);
+    EXPECT_EQ(c.value_of("Loads with no DOF or element"), "          2 \n");
+    const auto line = std::find_if(c.lines.begin(), c.lines.end(),
+                                   [](const auto& l) { return l.second.rfind("Loads with no DOF", 0) == 0; });
+    ASSERT_NE(line, c.lines.end());
+    EXPECT_EQ(line->first, 1u);
 }

@@ -310,7 +310,8 @@ INSTANTIATE_TEST_SUITE_P(contents, tables_file_broken,
                                            "2 [0 1.5.2] 3 [0 1 2] 2 3 [1 2 3 4 5 6]", // two points
                                            "2 [0 1] 3 [0 1 2] 2 x [1 2 3 4 5 6]",   // bad column count
                                            "2 [1 0] 3 [0 1 2] 2 3 [1 2 3 4 5 6]",   // xs unsorted
-                                           "2 [0 1] 3 [0 1 2] 99999 99999 [1 2]")); // huge matrix
+                                           "2 [0 1] 3 [0 1 2] 99999 99999 [1 2]",   // huge matrix
+                                           "[] [] 0 4294967295"));                  // no entries, 4e9 columns
 
 TEST_F(tables_file, unreadable_paths_give_an_empty_table)
 {

@@ -75,9 +75,11 @@ error_type assemble_loads(const problem_data& problem, numerical_model_base& mod
         vector_assembler<indexed_vector> into(target, 1.0);
         load_pass_type lp(into, 1.0, time, i);
         lp.element_pass = &pass;
-        if (const error_type e = loads->assemble(lp); e != no_error) return e;
+        lp.rows = target.IDs.get();
+        const error_type e = loads->assemble(lp);
+        skipped += lp.nbr_skipped;
+        if (e != no_error) return e;
     }
-    (void)skipped;
     const stress_super_mgr* thermal = i < problem.stresses.size() ? problem.stresses[i].get() : nullptr;
     if (!has_thermal_loads(thermal)) return no_error;
     pass.U.clear();
