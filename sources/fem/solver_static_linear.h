@@ -249,8 +249,8 @@ public:
     std::vector<bool> out_K;                  // per case: prescribes a DOF out of K
     Ptr<vector_fast> free_IDs = new vector_fast;
     profile_type profile;
-    unsigned K_bytes = 0;
-    unsigned index_bytes = 0;
+    std::uint64_t K_bytes = 0;
+    std::uint64_t index_bytes = 0;
     matrix_type K;      // factorised in place, unless the gradient needs it as it is
     matrix_type factor; // the factor when K must stay
     Ptr<states_type> U;
@@ -773,7 +773,15 @@ void solver_static_linear<T, S, D>::solve_constrained(unsigned i)
     cg.tol = this->settings.CG_tolerance;
     cg.max_iters = this->settings.CG_max_iters;
     double residual = 0.0;
-    const error_type e = conj_gradient_static(K.matrix, factor.matrix, fixed, b, x, cg, *this, residual, threads());
+    // The gradient reports through the solver's log and stops on its interrupt.
+    struct observer_type final : iteration_observer {
+        solver_static_linear& solver;
+        explicit observer_type(solver_static_linear& s) : solver(s) {}
+        void log(unsigned level, const char* line) override { solver.log(level, "%s", line); }
+        bool stop_requested() override { return solver.stop_requested(); }
+        void iteration(unsigned, double) override {}
+    } observer(*this);
+    const error_type e = conj_gradient_static(K.matrix, factor.matrix, fixed, b, x, cg, observer, residual, threads());
     col = column(i);
     std::copy(x.begin(), x.end(), col.begin());
     // x K x / 2 is x . b / 2 on the free rows, plus the work on the held ones.
@@ -785,7 +793,7 @@ void solver_static_linear<T, S, D>::solve_constrained(unsigned i)
     data.energies[i] += 0.5 * xb + held + prescribed_work(i);
     // An interrupt ends the gradient unconverged: the warning tells it, not an error.
     if (e != no_error && data.error_code == no_error && data.warning_code != interrupted_warning)
-        KELT_RAISE(*this, e, "Solver error.");
+        KELT_RAISE(*this, e, e == inf_nan_error ? "INF or NaN detected." : "Solver error.");
 }
 
 // Prescribed values out of K first, then the cases in groups: runs of cases solved
