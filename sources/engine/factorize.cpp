@@ -23,8 +23,9 @@ constexpr std::size_t small_level_values = 1u << 15; // below this a level runs 
 // The tiles that the cache sizes. `group_cols`: the columns of pair products
 // computed at once in the factorisation, whose packed panel and products a thread
 // keeps while the rows stream past; `solve_tile`: the extra columns that share the
-// loads of x in a solve kernel. One column per 512 KiB of last-level cache (64 at
-// 32 MiB, where they were tuned), in whole register tiles of the product kernel.
+// loads of x in a solve kernel. One column per 512 KiB of last-level cache, in
+// whole register tiles of the product kernel, up to the 64 columns at which they
+// were tuned (reached at 32 MiB); larger tiles only cut the work into fewer pieces.
 // Neither changes a result: each product is summed in the order of its rows from
 // a panel boundary fixed by the kernel, and the solves take columns in a fixed order.
 struct tile_sizes {
@@ -36,7 +37,8 @@ tile_sizes tiles_for(unsigned LLC_size)
     const kernel_table& K = kernels();
     const unsigned step = std::max({K.gemm_mr, K.gemm_nr, 4u}); // powers of two, at most 16
     const unsigned cols = std::max(LLC_size / (512u << 10) / step * step, step);
-    return {std::min(cols, 128u / step * step), std::min(cols, max_solve_tile / step * step)};
+    const unsigned most = max_solve_tile / step * step;
+    return {std::min(cols, most), std::min(cols, most)};
 }
 
 // A column restricted to rows below a given row: its values for rows top .. r1 - 1
