@@ -100,7 +100,7 @@ struct problem {
         std::vector<unsigned> ptr, ids;
         mesh.connectivity(DOFs, ptr, ids, clamped);
         const auto t0 = clock_type::now();
-        unsigned value_bytes = 0, index_bytes = 0;
+        std::uint64_t value_bytes = 0, index_bytes = 0;
         if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
             no_error)
             fail("numbering");

@@ -13,6 +13,7 @@
 
 #include "bench_support.h"
 #include "hexa8_block.h"
+#include "kelt/core/process_mgr.h"
 #include "kelt/engine/factorize.h"
 #include "kelt/engine/kernels.h"
 #include "kelt/engine/multiply.h"
@@ -25,8 +26,8 @@ using bench::seconds_since;
 
 namespace {
 
-
-
+// The cache size the library finds on this machine, as a context would use it.
+const unsigned LLC_size = Ptr<core::process_mgr>(new core::process_mgr)->LLC_size;
 
 void run(unsigned n)
 {
@@ -59,7 +60,7 @@ void run(unsigned n)
         core::pivot_check_positive checker;
         t0 = clock_type::now();
         const double c0 = cpu_seconds();
-        const error_type e = core::factorize(A, checker, 32u << 20, threads);
+        const error_type e = core::factorize(A, checker, LLC_size, threads);
         const double t_factor = seconds_since(t0), c_factor = cpu_seconds() - c0;
         if (e != no_error) {
             std::printf("  factorisation failed: %d\n", int(e));
@@ -88,7 +89,8 @@ void run(unsigned n)
 
 int main(int argc, char** argv)
 {
-    std::printf("kernels: %s, OpenMP threads available: %d\n", core::kernels().name, omp_get_max_threads());
+    std::printf("kernels: %s, OpenMP threads available: %d, last-level cache %u bytes\n", core::kernels().name,
+                omp_get_max_threads(), LLC_size);
     std::vector<unsigned> sizes;
     for (int i = 1; i < argc; ++i) sizes.push_back(unsigned(std::atoi(argv[i])));
     if (sizes.empty()) sizes = {11, 20, 30};

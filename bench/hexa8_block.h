@@ -76,7 +76,7 @@ struct hexa8_block {
         std::vector<unsigned> ptr, ids;
         connectivity(DOFs, ptr, ids, clamped);
         const auto t0 = std::chrono::steady_clock::now();
-        unsigned value_bytes = 0, index_bytes = 0;
+        std::uint64_t value_bytes = 0, index_bytes = 0;
         if (core::number_and_profile(DOFs, ptr, ids, clamped, false, free_IDs, profile, value_bytes, index_bytes) !=
             no_error)
             return -1.0;

@@ -156,25 +156,25 @@ OOC_mgr::OOC_mgr() { (void)temp_dir.set_path(nullptr, nullptr); }
 OOC_mgr::~OOC_mgr()
 {
     // Arrays still registered come wholly back in core before the budget goes.
-    max_incore_size = 0xFFFFFFFF;
+    max_incore_size = no_limit;
     if (compute_allocations() == no_error) (void)apply_allocations(nullptr);
     for (auto& list : lists) list.clear();
 }
 
-error_type OOC_mgr::set_limit(unsigned bytes, const char* path, const char* name)
+error_type OOC_mgr::set_limit(std::uint64_t bytes, const char* path, const char* name)
 {
     files_created = 0;
     if (bytes == 0) {
-        max_incore_size = 0xFFFFFFFF;
+        max_incore_size = no_limit;
         return no_error;
     }
-    if (bytes != 0xFFFFFFFF)
+    if (bytes != no_limit)
         if (auto e = temp_dir.set_path(path, name); e != no_error) return e;
     max_incore_size = bytes;
     return no_error;
 }
 
-unsigned OOC_mgr::find_allocation(const swap_array* array) const noexcept
+std::uint64_t OOC_mgr::find_allocation(const swap_array* array) const noexcept
 {
     for (const auto& list : lists)
         for (const swap_entry_type& e : list)
@@ -218,7 +218,7 @@ error_type OOC_mgr::compute_allocations()
         if (e.whole_multiple && e.min_bytes) a -= a % e.min_bytes;
         std::uint64_t charge = a;
         if (a < e.max_bytes && a > e.max_bytes / 2 && e.max_bytes < cap) a = charge = e.max_bytes;
-        e.assigned_bytes = unsigned(a);
+        e.assigned_bytes = a;
         R -= charge;
         M -= e.min_bytes;
     }
@@ -227,15 +227,17 @@ error_type OOC_mgr::compute_allocations()
 
 error_type OOC_mgr::apply_allocations(const swap_array* except)
 {
-    error_type last = no_error;
+    // Every array gets its share even after a failure; the first failure is the one reported.
+    error_type first = no_error;
     for (auto& list : lists)
         for (const swap_entry_type& e : list)
-            if (e.array != except) last = e.array->allocate(e.assigned_bytes, nullptr);
-    return last;
+            if (e.array != except)
+                if (const error_type r = e.array->allocate(e.assigned_bytes, nullptr); first == no_error) first = r;
+    return first;
 }
 
-error_type OOC_mgr::update_array(swap_array* array, unsigned kind, unsigned max_bytes, unsigned min_bytes,
-                                 const void* init)
+error_type OOC_mgr::update_array(swap_array* array, unsigned kind, std::uint64_t max_bytes,
+                                 std::uint64_t min_bytes, const void* init)
 {
     if (kind > swap_skyline) return internal_error;
     omp_guard hold(lock);
@@ -255,7 +257,7 @@ error_type OOC_mgr::update_array(swap_array* array, unsigned kind, unsigned max_
     error_type e = compute_allocations();
     if (e == no_error) e = apply_allocations(array);
     if (e == no_error && array && max_bytes) {
-        const unsigned bytes = find_allocation(array);
+        const std::uint64_t bytes = find_allocation(array);
         e = array->allocate(bytes, init);
         if (e == no_error && bytes < min_bytes) e = insufficient_memory_error;
     }
@@ -277,7 +279,7 @@ error_type set_max_incore_size(context_type& context, unsigned mb, const char* p
     OOC_mgr* mgr = new OOC_mgr;
     context.OOC_mgr = mgr;
     const double bytes = double(mb) * 1048576.0;
-    return mgr->set_limit(bytes >= 4294967295.0 ? 0xFFFFFFFFu : unsigned(bytes), path, name);
+    return mgr->set_limit(bytes >= 4294967295.0 ? OOC_mgr::no_limit : std::uint64_t(bytes), path, name);
 }
 
 } // namespace kelt::core

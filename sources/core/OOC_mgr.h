@@ -77,7 +77,7 @@ struct temp_dir_type {
 class swap_array {
 public:
     // Uses `bytes` from now on; a non-null `init` builds the storage from scratch.
-    [[nodiscard]] virtual error_type allocate(unsigned bytes, const void* init) = 0;
+    [[nodiscard]] virtual error_type allocate(std::uint64_t bytes, const void* init) = 0;
 
 protected:
     ~swap_array() = default;
@@ -85,9 +85,9 @@ protected:
 
 struct swap_entry_type {
     swap_array* array = nullptr; // not owned: the array holds the manager
-    unsigned min_bytes = 0;
-    unsigned max_bytes = 0;
-    unsigned assigned_bytes = 0;
+    std::uint64_t min_bytes = 0;
+    std::uint64_t max_bytes = 0;
+    std::uint64_t assigned_bytes = 0;
     bool whole_multiple = false;
 };
 
@@ -99,16 +99,19 @@ public:
     OOC_mgr();
     ~OOC_mgr() override;
 
-    // `bytes` 0 or 0xFFFFFFFF: no limit. Otherwise the swap folder is set up first,
+    // The budget of a manager without limit: every array stays wholly in core.
+    static constexpr std::uint64_t no_limit = ~std::uint64_t(0);
+
+    // `bytes` 0 or `no_limit`: no limit. Otherwise the swap folder is set up first,
     // and on failure the budget stays as it was.
-    [[nodiscard]] error_type set_limit(unsigned bytes, const char* path, const char* name);
+    [[nodiscard]] error_type set_limit(std::uint64_t bytes, const char* path, const char* name);
 
     // Joins, updates (new bounds) or, with `max_bytes` 0, removes an array; then
     // shares the budget again among all arrays and applies the shares. A failed
     // distribution forgets every array.
-    [[nodiscard]] error_type update_array(swap_array* array, unsigned kind, unsigned max_bytes, unsigned min_bytes,
-                                          const void* init);
-    unsigned find_allocation(const swap_array* array) const noexcept;
+    [[nodiscard]] error_type update_array(swap_array* array, unsigned kind, std::uint64_t max_bytes,
+                                          std::uint64_t min_bytes, const void* init);
+    std::uint64_t find_allocation(const swap_array* array) const noexcept;
 
     [[nodiscard]] error_type create_file(std::uint64_t bytes, unsigned extra_sectors, char* name_out, int& handle_out);
     void delete_file(const char* name, int& handle) noexcept;
@@ -122,7 +125,7 @@ public:
 
     temp_dir_type temp_dir;
     std::atomic<int> files_created{0};
-    unsigned max_incore_size = 0xFFFFFFFF;
+    std::uint64_t max_incore_size = no_limit; // bytes
     std::vector<swap_entry_type> lists[3];
     omp_mutex lock;
 };
@@ -131,7 +134,8 @@ public:
 OOC_mgr* the_OOC_mgr(const context_type& context) noexcept;
 
 // Drops the context's manager; with a limit other than 0 or 0xFFFFFFFF megabytes
-// attaches a new one bound to the swap folder.
+// attaches a new one bound to the swap folder. A limit of 0xFFFFFFFF bytes or more
+// gives a manager without limit.
 [[nodiscard]] error_type set_max_incore_size(context_type& context, unsigned mb, const char* path,
                                              const char* name);
 

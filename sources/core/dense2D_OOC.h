@@ -34,15 +34,16 @@ public:
 
     // Sizes the store with every value `value`. Without a manager the window holds
     // all columns; with one the budget decides, in steps of `least_cols` columns.
-    // False, and empty, when memory, the budget or 32 bits run out.
+    // False, and empty, when memory or the budget run out, or the values outnumber
+    // what a 32-bit count of elements holds.
     [[nodiscard]] bool allocate(unsigned nbr_rows, unsigned nbr_cols, const T& value, OOC_mgr* manager = nullptr,
                                 unsigned least_cols = 1)
     {
         if (registered) (void)mgr->update_array(this, kind, 0, 0, nullptr);
         registered = false;
         reset();
-        const std::uint64_t bytes = std::uint64_t(nbr_rows) * nbr_cols * sizeof(T);
-        if (bytes > 0xFFFFFFFFull || !written.resize(nbr_cols, false)) return false;
+        const std::uint64_t values = std::uint64_t(nbr_rows) * nbr_cols, bytes = values * sizeof(T);
+        if (values > 0xFFFFFFFFull || !written.resize(nbr_cols, false)) return false;
         rows = nbr_rows;
         cols = nbr_cols;
         default_value = value;
@@ -54,11 +55,11 @@ public:
                 return false;
             }
             window_cols = nbr_cols;
-            max_incore_bytes = unsigned(bytes);
+            max_incore_bytes = bytes;
             return true;
         }
         registered = true;
-        if (mgr->update_array(this, kind, unsigned(bytes), unsigned(column_bytes() * min_cols), this) != no_error) {
+        if (mgr->update_array(this, kind, bytes, column_bytes() * min_cols, this) != no_error) {
             registered = false;
             reset();
             return false;
@@ -68,7 +69,7 @@ public:
 
     // The allocation the budget gives: a window of whole steps of columns, the rest
     // in a swap file made on the first move out of core.
-    [[nodiscard]] error_type allocate(unsigned bytes, const void* init) override
+    [[nodiscard]] error_type allocate(std::uint64_t bytes, const void* init) override
     {
         const std::uint64_t full = column_bytes() * cols;
         if (bytes == max_incore_bytes && !init && storage.data()) return no_error;
@@ -200,7 +201,7 @@ public:
     unsigned cols = 0;
     unsigned first_col = 0;
     unsigned min_cols = 1; // least window, and the step of its positions and sizes
-    unsigned max_incore_bytes = 0;
+    std::uint64_t max_incore_bytes = 0;
     sector_buffer storage; // the window's memory under a budget
     dense2D<T> window;
     unsigned window_cols = 0;
@@ -324,8 +325,8 @@ public:
     {
         dense2D_proxy_data<T>& p = *proxy;
         if (!p.mgr || !p.registered) return p.all_in_core();
-        const unsigned full = unsigned(std::uint64_t(p.rows) * p.cols * sizeof(T)),
-                       least = unsigned(std::uint64_t(p.rows) * p.min_cols * sizeof(T));
+        const std::uint64_t full = std::uint64_t(p.rows) * p.cols * sizeof(T),
+                            least = std::uint64_t(p.rows) * p.min_cols * sizeof(T);
         if (p.mgr->update_array(&p, p.kind, full, full, nullptr) == no_error) {
             p.min_cols = p.cols;
             return true;

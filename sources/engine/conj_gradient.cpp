@@ -1,4 +1,4 @@
-// The vector loops of the conjugate gradient.
+// The vector loops of the conjugate gradient, and its static form.
 #include "kelt/engine/conj_gradient.h"
 
 namespace kelt::core {
@@ -39,6 +39,26 @@ void vector_aypx(double beta, const double* x, double* y, unsigned n) noexcept
         y[i + 3] = beta * y[i + 3] + x[i + 3];
     }
     for (; i < n; ++i) y[i] = beta * y[i] + x[i];
+}
+
+error_type conj_gradient_static(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& factor,
+                                const std::vector<unsigned>& fixed_rows, const dense1D<double, 8>& b,
+                                dense1D<double, 8>& x, const conj_gradient_settings& settings,
+                                iteration_observer& observer, double& residual_norm, unsigned nbr_threads)
+{
+    residual_norm = 0.0;
+    const unsigned n = K.nbr_rows();
+    if (factor.nbr_rows() != n || b.size() != n || x.size() != n) return internal_error;
+    for (unsigned r : fixed_rows)
+        if (r >= n) return internal_error;
+    const unsigned nbr_fixed = unsigned(fixed_rows.size());
+    auto op = [&](const double* in, double* out) {
+        (void)multiply_fixed(K, 1.0, in, out, fixed_rows.data(), nbr_fixed, nbr_threads);
+    };
+    auto precond = [&](const double* in, double* out, double& rho) {
+        return solve_single(factor, in, out, rho, fixed_rows, nbr_threads);
+    };
+    return conj_gradient(op, precond, b, x, settings, observer, &residual_norm);
 }
 
 } // namespace kelt::core

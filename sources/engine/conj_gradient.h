@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 #include "kelt/core/types.h"
@@ -33,21 +34,22 @@ void vector_aypx(double beta, const double* x, double* y, unsigned n) noexcept;
 
 // Solves A x = b from the x given. `op(in, out)` adds A in to out; `precond(in,
 // out, rho)` sets out = M⁻¹ in and rho = inᵀ M⁻¹ in, and returns an error_type.
-// `solver` gives log(level, format, ...), stop_requested(), raise_error(code,
-// title, file, line) and data->error_code. The residual is measured in the norm of
-// the preconditioner; its last value goes to `residual_norm` when given.
+// The residual is measured in the norm of the preconditioner; its last value goes
+// to `residual_norm` when given. Returns inf_nan_error when a step length is not
+// finite, non_convergence_error when the iterations run out, and no_error when
+// converged or stopped by the observer; x keeps the last iterate in every case.
 template <class Op, class Precond>
 [[nodiscard]] error_type conj_gradient(Op&& op, Precond&& precond, const dense1D<double, 8>& b, dense1D<double, 8>& x,
-                                       conj_gradient_settings settings, iteration_observer& solver,
+                                       conj_gradient_settings settings, iteration_observer& observer,
                                        double* residual_norm = nullptr)
 {
-    if (solver.stop_requested()) return no_error;
-    char line[256];
+    if (observer.stop_requested()) return no_error;
     const unsigned n = b.size();
     if (x.size() != n) return invalid_data_error;
     dense1D<double, 8> g, p, q; // residual, search direction, work
     if (!g.resize(n) || !p.resize(n) || !q.resize(n)) return memory_error;
-    solver.log(2, "Conjugate gradient algorithm.\n");
+    char line[256];
+    observer.log(2, "Conjugate gradient algorithm.\n");
 
     std::copy(b.begin(), b.end(), g.begin());
     if (std::any_of(x.begin(), x.end(), [](double v) { return v != 0.0; })) {
@@ -60,30 +62,39 @@ template <class Op, class Precond>
     if (!settings.absolute) threshold *= rho;
 
     unsigned k = 0;
+    error_type status = no_error;
+    bool stopped = false;
     for (;;) {
         std::snprintf(line, sizeof line, "%3d  two_norm(g)         : %+.5E (%.5E) \n", int(k), std::sqrt(rho),
                       std::sqrt(rho / threshold));
-        solver.log(2, line);
-        solver.iteration(k, std::sqrt(rho));
+        observer.log(2, line);
         if (rho < threshold || k + 1 >= settings.max_iters) break;
         ++k;
-        if (solver.stop_requested()) break;
+        if ((stopped = observer.stop_requested())) break;
         std::fill(q.begin(), q.end(), 0.0);
         op(p.data(), q.data());
         const double alpha = vector_dot(g.data(), p.data(), n) / vector_dot(q.data(), p.data(), n);
-        if (!std::isfinite(alpha)) return inf_nan_error;
+        if (!std::isfinite(alpha)) {
+            status = inf_nan_error;
+            break;
+        }
         vector_axpy(alpha, p.data(), x.data(), n);
         vector_axpy(-alpha, q.data(), g.data(), n);
         const double rho_old = rho;
         if (auto e = precond(g.data(), q.data(), rho); e != no_error) return e;
         const double beta = rho / rho_old;
-        if (!std::isfinite(beta)) return inf_nan_error;
+        if (!std::isfinite(beta)) {
+            status = inf_nan_error;
+            break;
+        }
         vector_aypx(beta, q.data(), p.data(), n);
+        observer.iteration(k, std::sqrt(rho));
     }
     if (residual_norm) *residual_norm = std::sqrt(rho);
+    if (status != no_error || stopped) return status;
     if (!(rho < threshold)) return non_convergence_error;
     std::snprintf(line, sizeof line, "Convergence within %d iterations.\n", int(k));
-    solver.log(2, line);
+    observer.log(2, line);
     return no_error;
 }
 
@@ -91,26 +102,11 @@ template <class Op, class Precond>
 // masked, the preconditioner `factor` (a factored matrix of the same order) with
 // the same rows set to 0, so that the values of x on those rows stay as given.
 // `residual_norm` gets the last residual norm.
-[[nodiscard]] inline error_type conj_gradient_static(const symmetric_hybrid_OOC<double>& K,
+[[nodiscard]] error_type conj_gradient_static(const symmetric_hybrid_OOC<double>& K,
                                               const symmetric_hybrid_OOC<double>& factor,
                                               const std::vector<unsigned>& fixed_rows, const dense1D<double, 8>& b,
                                               dense1D<double, 8>& x, const conj_gradient_settings& settings,
-                                              iteration_observer& solver, double& residual_norm,
-                                              unsigned nbr_threads)
-{
-    residual_norm = 0.0;
-    const unsigned n = K.nbr_rows();
-    if (factor.nbr_rows() != n || b.size() != n || x.size() != n) return internal_error;
-    for (unsigned r : fixed_rows)
-        if (r >= n) return internal_error;
-    const unsigned nbr_fixed = unsigned(fixed_rows.size());
-    auto op = [&](const double* in, double* out) {
-        (void)multiply_fixed(K, 1.0, in, out, fixed_rows.data(), nbr_fixed, nbr_threads);
-    };
-    auto precond = [&](const double* in, double* out, double& rho) {
-        return solve_single(factor, in, out, rho, fixed_rows, nbr_threads);
-    };
-    return conj_gradient(op, precond, b, x, settings, solver, &residual_norm);
-}
+                                              iteration_observer& observer, double& residual_norm,
+                                              unsigned nbr_threads);
 
 } // namespace kelt::core

@@ -16,10 +16,30 @@ namespace kelt::core {
 namespace {
 
 constexpr unsigned none = 0xFFFFFFFFu;
-constexpr unsigned group_cols = 64;   // columns of pair products computed at once
 constexpr unsigned lock_stripes = 256;
-constexpr unsigned solve_tile = 64; // extra columns handed to a solve kernel at once
+constexpr unsigned max_solve_tile = 64;
 constexpr std::size_t small_level_values = 1u << 15; // below this a level runs on one thread
+
+// The tiles that the cache sizes. `group_cols`: the columns of pair products
+// computed at once in the factorisation, whose packed panel and products a thread
+// keeps while the rows stream past; `solve_tile`: the extra columns that share the
+// loads of x in a solve kernel. One column per 512 KiB of last-level cache, in
+// whole register tiles of the product kernel, up to the 64 columns at which they
+// were tuned (reached at 32 MiB); larger tiles only cut the work into fewer pieces.
+// Neither changes a result: each product is summed in the order of its rows from
+// a panel boundary fixed by the kernel, and the solves take columns in a fixed order.
+struct tile_sizes {
+    unsigned group_cols, solve_tile;
+};
+
+tile_sizes tiles_for(unsigned LLC_size)
+{
+    const kernel_table& K = kernels();
+    const unsigned step = std::max({K.gemm_mr, K.gemm_nr, 4u}); // powers of two, at most 16
+    const unsigned cols = std::max(LLC_size / (512u << 10) / step * step, step);
+    const unsigned most = max_solve_tile / step * step;
+    return {std::min(cols, most), std::min(cols, most)};
+}
 
 // A column restricted to rows below a given row: its values for rows top .. r1 - 1
 // end at `end`, the address of row r1; rows above `top` count as zeros.
@@ -73,6 +93,7 @@ struct team_buffers {
 };
 
 struct workspace {
+    unsigned group_cols = 64;
     std::vector<column_ref> A, B;
     packed_columns pack_a, pack_b;
     std::vector<unsigned> later;
@@ -221,9 +242,9 @@ void panel_solve(const block_ref& B, unsigned p0, unsigned p1, workspace& ws, un
         for (unsigned i = 0; i < n; ++i) ws.A[i] = {B.at(later[i], q1), std::max(B.top(later[i]), q0)};
         ws.pack_a.pack(ws.A, n, q0, q1, K.gemm_mr, nullptr);
         ws.pack_b.pack(ws.B, nk, q0, q1, K.gemm_nr, nullptr);
-        const unsigned blocks = (n + 63) / 64;
+        const unsigned group_cols = ws.group_cols, blocks = (n + group_cols - 1) / group_cols;
         team_dynamic(blocks, threads, [&](unsigned g, unsigned t) {
-            const unsigned i0 = g * 64, i1 = std::min(n, i0 + 64);
+            const unsigned i0 = g * group_cols, i1 = std::min(n, i0 + group_cols);
             team_buffers& buf = ws.team[t];
             buf.C.resize(std::size_t(i1 - i0) * nk);
             packed_products(ws.pack_a, i0, i1, ws.pack_b, 0, nk, false, buf.C.data(), nk);
@@ -250,7 +271,7 @@ void panel_trailing(const block_ref& B, unsigned p0, unsigned p1, unsigned band_
     const kernel_table& K = kernels();
     ws.pack_a.pack(ws.A, n, p0, p1, K.gemm_mr, nullptr);
     ws.pack_b.pack(ws.A, band_count, p0, p1, K.gemm_nr, B.v.diag() + (p0 - B.f));
-    const unsigned groups = (band_count + group_cols - 1) / group_cols;
+    const unsigned group_cols = ws.group_cols, groups = (band_count + group_cols - 1) / group_cols;
     team_dynamic(groups, threads, [&](unsigned g, unsigned t) {
         const unsigned j0 = g * group_cols, j1 = std::min(band_count, j0 + group_cols), nj = j1 - j0;
         team_buffers& buf = ws.team[t];
@@ -288,7 +309,7 @@ error_type send_updates(const block_ref& B, block_proxy_data& data, workspace& w
     ws.pack_a.pack(ws.A, E, r0, B.e, K.gemm_mr, nullptr);
     ws.pack_b.pack(ws.A, E, r0, B.e, K.gemm_nr, dinv + (r0 - B.f));
     std::atomic<int> failed{0};
-    const unsigned groups = (E + group_cols - 1) / group_cols;
+    const unsigned group_cols = ws.group_cols, groups = (E + group_cols - 1) / group_cols;
     team_dynamic(groups, threads, [&](unsigned g, unsigned t) {
         const unsigned j0 = g * group_cols, j1 = std::min(E, j0 + group_cols), nj = j1 - j0;
         const unsigned i0 = j0 - j0 % K.gemm_mr, ni = E - i0;
@@ -463,9 +484,10 @@ struct factor_run {
     std::vector<Checker> copies;
     std::atomic<int> error{no_error};
 
-    factor_run(block_proxy_data& d, Checker& c, unsigned threads)
+    factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads)
         : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c))
     {
+        for (workspace& w : ws) w.group_cols = tiles_for(LLC_size).group_cols;
     }
 
     void record(error_type e)
@@ -567,14 +589,14 @@ struct factor_run {
 } // namespace
 
 template <class Checker>
-error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned, unsigned nbr_threads)
+error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size, unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
     if (!data) return no_error;
     block_cursor cursor(A, false);
     if (cursor.error != no_error) return cursor.error;
     try {
-        factor_run<Checker> run(*data, checker, std::max(nbr_threads, 1u));
+        factor_run<Checker> run(*data, checker, LLC_size, std::max(nbr_threads, 1u));
         return run.run();
     } catch (const std::bad_alloc&) {
         return memory_error;
@@ -597,17 +619,18 @@ bool solve_in_parallel(const block_proxy_data& data, unsigned threads)
 
 // The band of one block in the forward solve; the products of its extra columns with
 // the band go to `extra` (subtracted from x by the caller). Returns the block's energy.
-double forward_block(const symmetric_skyline_block& v, double* x, double* extra)
+double forward_block(const symmetric_skyline_block& v, double* x, double* extra, unsigned tile)
 {
     const kernel_table& K = kernels();
     const unsigned f = v.first, e = v.end();
     for (unsigned s = 1; s < v.dim; ++s) x[f + s] -= K.dot(v.seg_end(s), x + f + s, v.seg_length(s));
-    // The extra columns all end at the band's end: a few at a time share the loads of x.
-    for (unsigned s0 = v.dim; s0 < v.nbr_segments; s0 += solve_tile) {
-        const unsigned count = std::min(solve_tile, v.nbr_segments - s0);
-        const double* ends[solve_tile];
-        unsigned lens[solve_tile];
-        double* out[solve_tile];
+    // The extra columns all end at the band's end: a few at a time share the loads of
+    // x. Each keeps its own dot, so the tile changes no result.
+    for (unsigned s0 = v.dim; s0 < v.nbr_segments; s0 += tile) {
+        const unsigned count = std::min(tile, v.nbr_segments - s0);
+        const double* ends[max_solve_tile];
+        unsigned lens[max_solve_tile];
+        double* out[max_solve_tile];
         for (unsigned t = 0; t < count; ++t) {
             ends[t] = v.seg_end(s0 + t), lens[t] = v.seg_length(s0 + t);
             out[t] = extra ? extra + (s0 - v.dim + t) : x + v.columns[s0 + t];
@@ -617,17 +640,21 @@ double forward_block(const symmetric_skyline_block& v, double* x, double* extra)
     return K.scale_and_dot(x + f, v.diag(), v.dim);
 }
 
-void backward_block(const symmetric_skyline_block& v, double* x)
+void backward_block(const symmetric_skyline_block& v, double* x, unsigned tile)
 {
     const kernel_table& K = kernels();
     const unsigned f = v.first, e = v.end();
+    // Extra columns from the last down, also inside a tile, so that every row of x
+    // takes its terms in the same order whatever the tile.
     for (unsigned s1 = v.nbr_segments; s1 > v.dim;) {
-        const unsigned s0 = s1 > v.dim + solve_tile ? s1 - solve_tile : v.dim, count = s1 - s0;
-        const double* ends[solve_tile];
-        unsigned lens[solve_tile];
-        double alpha[solve_tile];
-        for (unsigned t = 0; t < count; ++t)
-            ends[t] = v.seg_end(s0 + t), lens[t] = v.seg_length(s0 + t), alpha[t] = x[v.columns[s0 + t]];
+        const unsigned s0 = s1 > v.dim + tile ? s1 - tile : v.dim, count = s1 - s0;
+        const double* ends[max_solve_tile];
+        unsigned lens[max_solve_tile];
+        double alpha[max_solve_tile];
+        for (unsigned t = 0; t < count; ++t) {
+            const unsigned s = s1 - 1 - t;
+            ends[t] = v.seg_end(s), lens[t] = v.seg_length(s), alpha[t] = x[v.columns[s]];
+        }
         K.scatter_axpys(x + e, count, ends, lens, alpha);
         s1 = s0;
     }
@@ -637,13 +664,16 @@ void backward_block(const symmetric_skyline_block& v, double* x)
     }
 }
 
+// The solve tile of the single-column solves, which take no cache size.
+constexpr unsigned single_solve_tile = 64;
+
 // Forward over the window's blocks [b0, b1); their energies are added to `total`
 // in block order whatever the threads.
 void forward_range(const block_proxy_data& data, double* x, unsigned b0, unsigned b1, unsigned threads,
-                   double& total)
+                   unsigned tile, double& total)
 {
     if (!solve_in_parallel(data, threads)) {
-        for (unsigned b = b0; b < b1; ++b) total += forward_block(*data.find_block(b), x, nullptr);
+        for (unsigned b = b0; b < b1; ++b) total += forward_block(*data.find_block(b), x, nullptr, tile);
         return;
     }
     // Blocks of one level read only their own rows; what they send to later rows is
@@ -660,7 +690,7 @@ void forward_range(const block_proxy_data& data, double* x, unsigned b0, unsigne
 #pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
         for (unsigned i = 0; i < count; ++i) {
             const unsigned b = levels.blocks[first + i];
-            energy[b - b0] = forward_block(*data.find_block(b), x, extra.data() + offset[i]);
+            energy[b - b0] = forward_block(*data.find_block(b), x, extra.data() + offset[i], tile);
         }
         for (unsigned i = 0; i < count; ++i) {
             const symmetric_skyline_block& v = data.shape(levels.blocks[first + i]);
@@ -672,10 +702,11 @@ void forward_range(const block_proxy_data& data, double* x, unsigned b0, unsigne
 
 // Backward over [b0, b1): blocks of one level write only their own rows and read
 // rows already final.
-void backward_range(const block_proxy_data& data, double* x, unsigned b0, unsigned b1, unsigned threads)
+void backward_range(const block_proxy_data& data, double* x, unsigned b0, unsigned b1, unsigned threads,
+                    unsigned tile)
 {
     if (!solve_in_parallel(data, threads)) {
-        for (unsigned b = b1; b-- > b0;) backward_block(*data.find_block(b), x);
+        for (unsigned b = b1; b-- > b0;) backward_block(*data.find_block(b), x, tile);
         return;
     }
     const level_lists levels(data, b0, b1);
@@ -683,7 +714,33 @@ void backward_range(const block_proxy_data& data, double* x, unsigned b0, unsign
         const unsigned first = levels.ptr[l], count = levels.ptr[l + 1] - first;
         const int team = int(std::min(count, threads));
 #pragma omp parallel for num_threads(team) schedule(dynamic, 1) if (team > 1)
-        for (unsigned i = 0; i < count; ++i) backward_block(*data.find_block(levels.blocks[first + i]), x);
+        for (unsigned i = 0; i < count; ++i) backward_block(*data.find_block(levels.blocks[first + i]), x, tile);
+    }
+}
+
+// Cuts the window [b0, b1) into runs of blocks whose values fill at most half the
+// cache (at least one block each), the other half left to the columns' rows, and
+// calls run(c0, c1) on each, upwards or downwards. Every column then goes through
+// a run while it is in cache, and the matrix is read from memory once a run.
+template <class Run>
+void for_cache_runs(const block_proxy_data& data, unsigned b0, unsigned b1, unsigned LLC_size, bool upwards, Run&& run)
+{
+    const std::size_t room = std::max<std::size_t>(LLC_size / 2 / sizeof(double), 1);
+    auto size = [&](unsigned b) { return std::size_t(data.shape(b).nbr_values()); };
+    if (upwards) {
+        for (unsigned c0 = b0; c0 < b1;) {
+            unsigned c1 = c0 + 1;
+            for (std::size_t held = size(c0); c1 < b1 && held + size(c1) <= room; ++c1) held += size(c1);
+            run(c0, c1);
+            c0 = c1;
+        }
+    } else {
+        for (unsigned c1 = b1; c1 > b0;) {
+            unsigned c0 = c1 - 1;
+            for (std::size_t held = size(c0); c0 > b0 && held + size(c0 - 1) <= room; --c0) held += size(c0 - 1);
+            run(c0, c1);
+            c1 = c0;
+        }
     }
 }
 
@@ -696,7 +753,7 @@ double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_th
     block_cursor cursor(A, true);
     double total = 0.0;
     const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
-        forward_range(*data, x, b0, b1, nbr_threads, total);
+        forward_range(*data, x, b0, b1, nbr_threads, single_solve_tile, total);
     });
     return e == no_error ? total : std::numeric_limits<double>::quiet_NaN();
 }
@@ -707,38 +764,48 @@ error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned n
     if (!data) return no_error;
     block_cursor cursor(A, true);
     if (cursor.error != no_error) return cursor.error;
-    return for_windows(*data, false, [&](unsigned b0, unsigned b1) { backward_range(*data, x, b0, b1, nbr_threads); });
+    return for_windows(*data, false, [&](unsigned b0, unsigned b1) {
+        backward_range(*data, x, b0, b1, nbr_threads, single_solve_tile);
+    });
 }
 
-// Columns outermost would read the matrix once a column: each window of blocks is
-// read once and every column goes through it.
+// Columns outermost would read the matrix once a column: each run of blocks that
+// fits the cache is read once and every column goes through it. Each column sees
+// its blocks in the same order as alone, so the runs change no result.
 void forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, double* energies,
-                   unsigned, unsigned nbr_threads)
+                   unsigned LLC_size, unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
     for (unsigned j = 0; j < cols; ++j) energies[j] = 0.0;
     if (!data) return;
     block_cursor cursor(A, true);
     const int T = int(std::max(1u, std::min(nbr_threads, cols)));
+    const unsigned tile = tiles_for(LLC_size).solve_tile;
     const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+        for_cache_runs(*data, b0, b1, LLC_size, true, [&](unsigned c0, unsigned c1) {
 #pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-        for (unsigned j = 0; j < cols; ++j) forward_range(*data, X + std::size_t(j) * ld, b0, b1, 1, energies[j]);
+            for (unsigned j = 0; j < cols; ++j)
+                forward_range(*data, X + std::size_t(j) * ld, c0, c1, 1, tile, energies[j]);
+        });
     });
     if (e != no_error)
         for (unsigned j = 0; j < cols; ++j) energies[j] = std::numeric_limits<double>::quiet_NaN();
 }
 
-error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, unsigned,
-                          unsigned nbr_threads)
+error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
+                          unsigned LLC_size, unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
     if (!data) return no_error;
     block_cursor cursor(A, true);
     if (cursor.error != no_error) return cursor.error;
     const int T = int(std::max(1u, std::min(nbr_threads, cols)));
+    const unsigned tile = tiles_for(LLC_size).solve_tile;
     return for_windows(*data, false, [&](unsigned b0, unsigned b1) {
+        for_cache_runs(*data, b0, b1, LLC_size, false, [&](unsigned c0, unsigned c1) {
 #pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-        for (unsigned j = 0; j < cols; ++j) backward_range(*data, X + std::size_t(j) * ld, b0, b1, 1);
+            for (unsigned j = 0; j < cols; ++j) backward_range(*data, X + std::size_t(j) * ld, c0, c1, 1, tile);
+        });
     });
 }
 

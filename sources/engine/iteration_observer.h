@@ -1,9 +1,11 @@
-// What an iterative kernel tells its caller and asks of it, between iterations: the
-// engine knows no solver record, so a solver hands it one of these.
+// The link between an iterative kernel of the engine and whoever runs it: the
+// kernel reports through it and asks it whether to go on, and knows nothing more
+// of its caller.
 #pragma once
 
 namespace kelt::core {
 
+// What an iterative kernel tells its caller and asks of it, between iterations.
 class iteration_observer {
 public:
     virtual ~iteration_observer() = default;

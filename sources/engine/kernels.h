@@ -17,13 +17,6 @@ struct kernel_table {
     double (*dot)(const double* a_end, const double* b_end, unsigned n);
     // a[k] *= w[k]; returns the sum of a_new[k] * a_old[k]
     double (*scale_and_dot)(double* a, const double* w, unsigned n);
-    // For each target t: *targets[t] -= dot(L_end, targets[t], min(avail[t], m)).
-    void (*row_update)(const double* L_end, unsigned m, unsigned count, double* const* targets,
-                       const unsigned* avail);
-    // C[i + j * ldc] = dot(A[i], B[j], min(la[i], lb[j])) for i < na, j < nb; with
-    // `lower` set only the pairs i >= j.
-    void (*pair_dots)(const double* const* A, const unsigned* la, unsigned na, const double* const* B,
-                      const unsigned* lb, unsigned nb, double* C, unsigned ldc, bool lower);
     // y[k] += alpha * x[k]
     void (*axpy)(double alpha, const double* x, double* y, unsigned n);
 

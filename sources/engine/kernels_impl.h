@@ -104,83 +104,6 @@ void axpy(double alpha, const double* x, double* y, unsigned n)
 template <class T>
 inline T min2(T a, T b) { return a < b ? a : b; }
 
-void row_update(const double* L_end, unsigned m, unsigned count, double* const* targets, const unsigned* avail)
-{
-    unsigned t = 0;
-    // Four targets at a time share the loads of the row.
-    for (; t + 4 <= count; t += 4) {
-        const unsigned n0 = min2(avail[t], m), n1 = min2(avail[t + 1], m), n2 = min2(avail[t + 2], m),
-                       n3 = min2(avail[t + 3], m);
-        const unsigned common = min2(min2(n0, n1), min2(n2, n3)) / W;
-        const double *b0 = targets[t], *b1 = targets[t + 1], *b2 = targets[t + 2], *b3 = targets[t + 3];
-        vec a0 = {}, a1 = {}, a2 = {}, a3 = {};
-        for (unsigned k = 0; k < common; ++k) {
-            const unsigned off = (k + 1) * W;
-            const vec l = load(L_end - off);
-            a0 += l * load(b0 - off);
-            a1 += l * load(b1 - off);
-            a2 += l * load(b2 - off);
-            a3 += l * load(b3 - off);
-        }
-        *targets[t] -= finish(a0, L_end, b0, n0, common);
-        *targets[t + 1] -= finish(a1, L_end, b1, n1, common);
-        *targets[t + 2] -= finish(a2, L_end, b2, n2, common);
-        *targets[t + 3] -= finish(a3, L_end, b3, n3, common);
-    }
-    for (; t < count; ++t) *targets[t] -= finish(vec{}, L_end, targets[t], min2(avail[t], m), 0);
-}
-
-void pair_dots(const double* const* A, const unsigned* la, unsigned na, const double* const* B, const unsigned* lb,
-               unsigned nb, double* C, unsigned ldc, bool lower)
-{
-    constexpr unsigned TI = 4, TJ = 4;
-    for (unsigned j0 = 0; j0 < nb; j0 += TJ) {
-        const unsigned jn = min2(TJ, nb - j0);
-        unsigned i0 = lower ? j0 - j0 % TI : 0;
-        for (; i0 < na; i0 += TI) {
-            const unsigned in = min2(TI, na - i0);
-            if (in == TI && jn == TJ) {
-                unsigned n[TI][TJ];
-                unsigned common = 0xFFFFFFFFu;
-                for (unsigned i = 0; i < TI; ++i)
-                    for (unsigned j = 0; j < TJ; ++j) {
-                        n[i][j] = min2(la[i0 + i], lb[j0 + j]);
-                        common = min2(common, n[i][j]);
-                    }
-                common /= W;
-                const double *a0 = A[i0], *a1 = A[i0 + 1], *a2 = A[i0 + 2], *a3 = A[i0 + 3];
-                const double *b0 = B[j0], *b1 = B[j0 + 1], *b2 = B[j0 + 2], *b3 = B[j0 + 3];
-                vec c00 = {}, c01 = {}, c02 = {}, c03 = {}, c10 = {}, c11 = {}, c12 = {}, c13 = {};
-                vec c20 = {}, c21 = {}, c22 = {}, c23 = {}, c30 = {}, c31 = {}, c32 = {}, c33 = {};
-                for (unsigned k = 0; k < common; ++k) {
-                    const unsigned off = (k + 1) * W;
-                    const vec x0 = load(a0 - off), x1 = load(a1 - off), x2 = load(a2 - off), x3 = load(a3 - off);
-                    vec y = load(b0 - off);
-                    c00 += x0 * y, c10 += x1 * y, c20 += x2 * y, c30 += x3 * y;
-                    y = load(b1 - off);
-                    c01 += x0 * y, c11 += x1 * y, c21 += x2 * y, c31 += x3 * y;
-                    y = load(b2 - off);
-                    c02 += x0 * y, c12 += x1 * y, c22 += x2 * y, c32 += x3 * y;
-                    y = load(b3 - off);
-                    c03 += x0 * y, c13 += x1 * y, c23 += x2 * y, c33 += x3 * y;
-                }
-                const vec acc[TI][TJ] = {{c00, c01, c02, c03}, {c10, c11, c12, c13}, {c20, c21, c22, c23},
-                                         {c30, c31, c32, c33}};
-                for (unsigned j = 0; j < TJ; ++j)
-                    for (unsigned i = 0; i < TI; ++i)
-                        if (!lower || i0 + i >= j0 + j)
-                            C[(i0 + i) + std::size_t(j0 + j) * ldc] =
-                                finish(acc[i][j], A[i0 + i], B[j0 + j], n[i][j], common);
-            } else {
-                for (unsigned j = j0; j < j0 + jn; ++j)
-                    for (unsigned i = i0; i < i0 + in; ++i)
-                        if (!lower || i >= j)
-                            C[i + std::size_t(j) * ldc] = finish(vec{}, A[i], B[j], min2(la[i], lb[j]), 0);
-            }
-        }
-    }
-}
-
 constexpr unsigned MR = KELT_GEMM_MR, NR = 2 * W;
 
 void gemm(unsigned kc, const double* a, const double* b, double* c, unsigned ldc, unsigned mr, unsigned nr)
@@ -284,8 +207,7 @@ void scatter_axpys(double* y_end, unsigned count, const double* const* ends, con
         for (unsigned k = 0; k < lens[t]; ++k) y_end[-1 - int(k)] -= alpha[t] * ends[t][-1 - int(k)];
 }
 
-const kernel_table table = {KELT_KERNEL_NAME, dot,         scale_and_dot, row_update, pair_dots,
-                            axpy,             MR,          NR,            gemm,       lower_solve,
-                            gather_dots,      scatter_axpys};
+const kernel_table table = {KELT_KERNEL_NAME, dot,  scale_and_dot, axpy,         MR,
+                            NR,               gemm, lower_solve,   gather_dots, scatter_axpys};
 
 } // namespace kelt::core::KELT_KERNEL_NS

@@ -345,35 +345,32 @@ error_type reorder_free_IDs(vector_fast& free_IDs, const ordering_graph_type& gr
     }
 }
 
-void profile_memory(const profile_type& profile, unsigned& value_bytes, unsigned& index_bytes)
+void profile_memory(const profile_type& profile, std::uint64_t& K_bytes, std::uint64_t& index_bytes)
 {
-    const unsigned blocks = profile.size();
-    const double last_end = blocks ? profile.blocks.back().end : 0;
-    auto saturate = [](double v) { return v >= 4294967295.0 ? 0xFFFFFFFFu : unsigned(v); };
-    index_bytes = saturate(double(index_bytes) + (double(blocks) + last_end) * 4 + 28);
+    const std::uint64_t blocks = profile.size(), last_end = blocks ? profile.blocks.back().end : 0;
+    index_bytes += (blocks + last_end) * 4 + 28;
     for (const block_profile_type& b : profile.blocks) {
-        if (value_bytes == 0xFFFFFFFFu) break;
-        index_bytes = saturate(double(index_bytes) + double(b.end - b.first) * 8 + 28);
-        double v = double(b.end - b.first);
+        const std::uint64_t dim = b.end - b.first;
+        index_bytes += dim * 8 + 28;
+        std::uint64_t v = dim;
         for (const auto& s : b.segments) v += s.second;
-        value_bytes = saturate(double(value_bytes) + v * 8);
+        K_bytes += v * 8;
     }
 }
 
-double profile_megabytes(unsigned value_bytes, unsigned index_bytes) noexcept
+double profile_megabytes(std::uint64_t K_bytes, std::uint64_t index_bytes) noexcept
 {
-    if (value_bytes == 0xFFFFFFFFu) return 4294967295.0;
-    return (double(value_bytes) + double(index_bytes)) * (1.0 / 1048576.0);
+    return (double(K_bytes) + double(index_bytes)) * (1.0 / 1048576.0);
 }
 
 error_type number_and_profile(const dense1D<unsigned, 8>& model_DOFs, std::vector<unsigned>& element_ptr,
                               std::vector<unsigned>& element_DOFs, const dense1D<unsigned, 8>& prescribed_IDs,
-                              bool reuse, vector_fast& free_IDs, profile_type& profile, unsigned& value_bytes,
-                              unsigned& index_bytes)
+                              bool reuse, vector_fast& free_IDs, profile_type& profile, std::uint64_t& K_bytes,
+                              std::uint64_t& index_bytes)
 {
     free_IDs.clear();
     profile.clear();
-    value_bytes = index_bytes = 0;
+    K_bytes = index_bytes = 0;
     try {
         // The free DOFs: the model's, less the prescribed ones, by identifier.
         std::vector<unsigned> ids(model_DOFs.begin(), model_DOFs.end());
@@ -410,7 +407,7 @@ error_type number_and_profile(const dense1D<unsigned, 8>& model_DOFs, std::vecto
                 return e;
             }
         }
-        profile_memory(profile, value_bytes, index_bytes);
+        profile_memory(profile, K_bytes, index_bytes);
         return no_error;
     } catch (const std::bad_alloc&) {
         profile.clear();

@@ -4,6 +4,7 @@
 // expanded to DOFs at the end.
 #pragma once
 
+#include <cstdint>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -95,7 +96,9 @@ void symbolic_fill(profile_type& profile);
 void expand_to_DOFs(profile_type& profile, const ordering_graph_type& graph, const std::vector<unsigned>& order);
 [[nodiscard]] error_type reorder_free_IDs(vector_fast& free_IDs, const ordering_graph_type& graph,
                                           const std::vector<unsigned>& order);
-void profile_memory(const profile_type& profile, unsigned& value_bytes, unsigned& index_bytes);
+// Adds the bytes of the values of a matrix on the profile to `K_bytes`, and of its
+// indices to `index_bytes`.
+void profile_memory(const profile_type& profile, std::uint64_t& K_bytes, std::uint64_t& index_bytes);
 
 // The whole chain on a model given as plain arrays: the listing of its DOFs and its
 // connectivity in DOFs (compressed rows, element to DOF identifiers; consumed).
@@ -103,10 +106,10 @@ void profile_memory(const profile_type& profile, unsigned& value_bytes, unsigned
 [[nodiscard]] error_type number_and_profile(const dense1D<unsigned, 8>& model_DOFs,
                                             std::vector<unsigned>& element_ptr, std::vector<unsigned>& element_DOFs,
                                             const dense1D<unsigned, 8>& prescribed_IDs, bool reuse,
-                                            vector_fast& free_IDs, profile_type& profile, unsigned& value_bytes,
-                                            unsigned& index_bytes);
+                                            vector_fast& free_IDs, profile_type& profile, std::uint64_t& K_bytes,
+                                            std::uint64_t& index_bytes);
 
 // Size in megabytes of a matrix on the profile, as the solvers log it.
-double profile_megabytes(unsigned value_bytes, unsigned index_bytes) noexcept;
+double profile_megabytes(std::uint64_t K_bytes, std::uint64_t index_bytes) noexcept;
 
 } // namespace kelt::core

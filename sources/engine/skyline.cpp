@@ -42,13 +42,11 @@ block_proxy_data::block_proxy_data(const profile_type& profile, unsigned nbr_row
             largest = std::max<std::uint64_t>(largest, (value_pos_[b + 1] - value_pos_[b] + blocks_[b].nbr_segments) * 8);
         full_bytes_ = (std::uint64_t(nbr_values_) + nbr_segments_) * 8;
         if (!mgr_) {
-            error = allocate(0xFFFFFFFFu, &profile);
+            error = allocate(OOC_mgr::no_limit, &profile);
         } else {
-            const std::uint64_t min_bytes = std::uint64_t(double(largest) * 1.25);
-            if (full_bytes_ >= 0xFFFFFFFFull || min_bytes >= 0xFFFFFFFFull) throw std::bad_alloc();
+            const std::uint64_t min_bytes = largest + largest / 4;
             registered_ = true;
-            error = mgr_->update_array(this, swap_skyline, unsigned(std::max(full_bytes_, min_bytes)),
-                                       unsigned(min_bytes), &profile);
+            error = mgr_->update_array(this, swap_skyline, std::max(full_bytes_, min_bytes), min_bytes, &profile);
         }
     } catch (const std::bad_alloc&) {
         error = memory_error;
@@ -189,7 +187,7 @@ void block_proxy_data::split_storage(bool with_pending) noexcept
     }
 }
 
-error_type block_proxy_data::allocate(unsigned bytes, const void* init)
+error_type block_proxy_data::allocate(std::uint64_t bytes, const void* init)
 {
     const bool full = bytes >= full_bytes_ || !mgr_;
     error_type e = no_error;

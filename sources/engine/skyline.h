@@ -117,7 +117,7 @@ public:
     [[nodiscard]] error_type load_window(unsigned b) noexcept;
     [[nodiscard]] error_type set_read_mode(bool mode) noexcept;
 
-    [[nodiscard]] error_type allocate(unsigned bytes, const void* init) override;
+    [[nodiscard]] error_type allocate(std::uint64_t bytes, const void* init) override;
 
 private:
     void build_shape(const profile_type& profile);
@@ -153,7 +153,7 @@ private:
     unsigned nbr_rows_ = 0;
     std::size_t nbr_values_ = 0, nbr_segments_ = 0, largest_block_values_ = 0;
     unsigned max_extra_segments_ = 0;
-    unsigned max_incore_bytes_ = 0;
+    std::uint64_t max_incore_bytes_ = 0;
     std::uint64_t full_bytes_ = 0, bytes_read_ = 0, bytes_written_ = 0;
     double default_value_ = 0.0;
     int file_ = -1;

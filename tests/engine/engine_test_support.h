@@ -27,7 +27,7 @@ dof_model random_model(unsigned n, unsigned elements, unsigned max_size, unsigne
 struct numbered {
     vector_fast free_IDs;
     core::profile_type profile;
-    unsigned value_bytes = 0, index_bytes = 0;
+    std::uint64_t value_bytes = 0, index_bytes = 0;
 };
 numbered number(dof_model model, const std::vector<unsigned>& prescribed = {});
 

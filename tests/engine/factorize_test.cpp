@@ -3,12 +3,15 @@
 // thread counts agree.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <numeric>
 #include <string>
 
 #include "engine_test_support.h"
 #include "kelt/engine/factorize.h"
+#include "kelt/core/process_mgr.h"
 #include "kelt/engine/kernels.h"
 
 using namespace kelt;
@@ -118,6 +121,48 @@ TEST_P(factorize_cases, threads_agree)
 
 INSTANTIATE_TEST_SUITE_P(engine, factorize_cases, ::testing::Range(0u, unsigned(cases().size())));
 
+// The cache size only cuts work into tiles: the factor and the block solves come
+// out bit for bit the same at the least cache, this machine's and a large one.
+TEST(factorize_cache, the_cache_size_changes_no_bit_of_the_factor_or_the_solves)
+{
+    const test::dof_model model = test::grid_model(12, 12, 0, 3);
+    const test::numbered num = test::number(model);
+    const unsigned n = num.free_IDs.size(), cols = 5;
+    const unsigned machine = Ptr<process_mgr>(new process_mgr)->LLC_size;
+    for (unsigned threads : {1u, 2u}) {
+        std::vector<std::uint64_t> first;
+        for (unsigned LLC : {102400u, machine, 64u << 20}) {
+            SCOPED_TRACE("threads " + std::to_string(threads) + ", cache " + std::to_string(LLC));
+            symmetric_hybrid_OOC<double> A;
+            ASSERT_EQ(A.create(num.profile, n), no_error);
+            std::vector<double> reference;
+            test::assemble_random_spd(model, num.free_IDs, A, reference, 4);
+            pivot_check_positive checker;
+            ASSERT_EQ(factorize(A, checker, LLC, threads), no_error);
+            std::vector<double> X(std::size_t(n) * cols), energies(cols);
+            for (std::size_t k = 0; k < X.size(); ++k) X[k] = std::sin(0.1 + 0.9 * double(k));
+            forward_multi(A, X.data(), n, cols, energies.data(), LLC, threads);
+            ASSERT_EQ(backward_multi(A, X.data(), n, cols, LLC, threads), no_error);
+
+            // Every stored value, diagonal first in each block, then the solutions.
+            std::vector<std::uint64_t> bits;
+            const block_proxy_data& data = *A.proxy();
+            for (unsigned b = 0; b < data.nbr_blocks(); ++b) {
+                const symmetric_skyline_block& v = *data.find_block(b);
+                for (unsigned k = 0; k < v.nbr_values(); ++k) bits.push_back(std::bit_cast<std::uint64_t>(v.values[k]));
+            }
+            for (double x : X) bits.push_back(std::bit_cast<std::uint64_t>(x));
+            for (double e : energies) bits.push_back(std::bit_cast<std::uint64_t>(e));
+            if (first.empty()) {
+                first = bits;
+                continue;
+            }
+            ASSERT_EQ(bits.size(), first.size());
+            for (std::size_t k = 0; k < bits.size(); ++k) ASSERT_EQ(bits[k], first[k]) << k;
+        }
+    }
+}
+
 TEST(kernels, every_instruction_set_agrees_with_a_plain_sum)
 {
     unsigned count = 0;
@@ -132,15 +177,5 @@ TEST(kernels, every_instruction_set_agrees_with_a_plain_sum)
             for (unsigned k = 0; k < n; ++k) plain += a[300 - 1 - k] * b[300 - 1 - k];
             EXPECT_NEAR(tables[t]->dot(a.data() + 300, b.data() + 300, n), plain, 1e-13 * (n + 1));
         }
-        // Tiles give each pair exactly what the single product gives.
-        std::vector<const double*> A, B;
-        std::vector<unsigned> la, lb;
-        for (unsigned i = 0; i < 9; ++i) A.push_back(a.data() + 300 - 5 * i), la.push_back(40 + 13 * i);
-        for (unsigned j = 0; j < 6; ++j) B.push_back(b.data() + 290 - 3 * j), lb.push_back(17 + 31 * j);
-        std::vector<double> C(9 * 6, -1.0);
-        tables[t]->pair_dots(A.data(), la.data(), 9, B.data(), lb.data(), 6, C.data(), 9, false);
-        for (unsigned j = 0; j < 6; ++j)
-            for (unsigned i = 0; i < 9; ++i)
-                EXPECT_EQ(C[i + 9 * j], tables[t]->dot(A[i], B[j], std::min(la[i], lb[j])));
     }
 }

@@ -24,11 +24,12 @@ using namespace kelt::core;
 namespace {
 
 struct fake_array : swap_array {
-    unsigned bytes = 0;
-    error_type allocate(unsigned b, const void*) override
+    std::uint64_t bytes = 0;
+    error_type result = no_error; // what each allocation returns
+    error_type allocate(std::uint64_t b, const void*) override
     {
         bytes = b;
-        return no_error;
+        return result;
     }
 };
 
@@ -109,11 +110,52 @@ TEST(OOC_mgr, shares_the_budget_small_arrays_first)
     EXPECT_EQ(folder.entries(), 0u);
 }
 
+// Budgets and arrays of several GiB share out in 64 bits: a 6 GiB budget over a
+// 2 GiB and a 5 GiB array gives the small one all of it and the large one the
+// 4 GiB left, a share that 32 bits would have wrapped to 0.
+TEST(OOC_mgr, shares_budgets_past_four_gigabytes)
+{
+    constexpr std::uint64_t GiB = std::uint64_t(1) << 30;
+    OOC_mgr mgr;
+    mgr.max_incore_size = 6 * GiB;
+    fake_array small, large;
+    ASSERT_EQ(mgr.update_array(&small, swap_skyline, 2 * GiB, 1 << 20, nullptr), no_error);
+    ASSERT_EQ(mgr.update_array(&large, swap_skyline, 5 * GiB, GiB, nullptr), no_error);
+    EXPECT_EQ(small.bytes, 2 * GiB);
+    EXPECT_EQ(large.bytes, 4 * GiB);
+    EXPECT_EQ(mgr.find_allocation(&large), 4 * GiB);
+    // Minimums past the budget are refused whole, not wrapped into range.
+    fake_array huge;
+    EXPECT_EQ(mgr.update_array(&huge, swap_skyline, 8 * GiB, 5 * GiB, nullptr), insufficient_memory_error);
+    EXPECT_EQ(mgr.nbr_arrays(), 0u);
+}
+
+// Every array gets its new share even after one fails, and the first failure is
+// the one reported.
+TEST(OOC_mgr, the_first_failure_of_a_distribution_is_reported)
+{
+    OOC_mgr mgr;
+    mgr.max_incore_size = 100;
+    fake_array a, b, c;
+    ASSERT_EQ(mgr.update_array(&a, swap_dense_real, 40, 10, nullptr), no_error);
+    ASSERT_EQ(mgr.update_array(&b, swap_skyline, 40, 10, nullptr), no_error);
+    ASSERT_EQ(mgr.update_array(&c, swap_skyline, 40, 10, nullptr), no_error);
+    a.result = memory_error;
+    b.result = no_error;
+    c.result = internal_error;
+    a.bytes = b.bytes = c.bytes = 0;
+    EXPECT_EQ(mgr.apply_allocations(nullptr), memory_error);
+    // Each of the first two is offered more than half its size and goes whole.
+    EXPECT_EQ(a.bytes, 40u);
+    EXPECT_EQ(b.bytes, 40u);
+    EXPECT_EQ(c.bytes, 20u);
+}
+
 TEST(OOC_mgr, refuses_a_folder_it_cannot_use)
 {
     OOC_mgr mgr;
     EXPECT_EQ(mgr.set_limit(1000, "/nonexistent_kelt_root/", "swap/"), temp_file_error);
-    EXPECT_EQ(mgr.max_incore_size, 0xFFFFFFFFu);
+    EXPECT_EQ(mgr.max_incore_size, OOC_mgr::no_limit);
     EXPECT_EQ(mgr.set_limit(1000, "/proc/", "self/"), temp_file_error);
 }
 

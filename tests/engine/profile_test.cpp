@@ -137,3 +137,21 @@ TEST(profile_chain, random_order_is_a_permutation_and_metis_ignores_bad_weights)
         for (unsigned k = 0; k < order.size(); ++k) ASSERT_EQ(position[order[k]], k);
     }
 }
+
+// The bytes of a skyline past 4 GiB are counted whole: a dense triangle of order n
+// holds n (n + 1) / 2 values, here about 6.4 GB, described without allocating them.
+TEST(profile_memory, counts_a_matrix_past_four_gigabytes_in_full)
+{
+    const unsigned n = 40000;
+    profile_type profile;
+    profile.blocks.resize(1);
+    block_profile_type& b = profile.blocks[0];
+    b.first = 0, b.end = n;
+    for (unsigned c = 0; c < n; ++c) b.segments.emplace_back(c, c); // column c: the c rows above its diagonal
+    std::uint64_t K_bytes = 0, index_bytes = 0;
+    profile_memory(profile, K_bytes, index_bytes);
+    const std::uint64_t values = std::uint64_t(n) * (n + 1) / 2;
+    EXPECT_EQ(K_bytes, values * 8);
+    EXPECT_GT(K_bytes, 0xFFFFFFFFull);
+    EXPECT_DOUBLE_EQ(profile_megabytes(K_bytes, 0), double(values) * 8.0 / 1048576.0);
+}

@@ -110,7 +110,7 @@ TEST(context_budget, limits_that_leave_everything_in_core)
     // 5000 MB exceed a 32-bit byte count: a manager with no limit.
     EXPECT_EQ(a.set_max_incore_size(5000, nullptr, nullptr), no_error);
     ASSERT_NE(core::the_OOC_mgr(core_ctx(a)), nullptr);
-    EXPECT_EQ(core::the_OOC_mgr(core_ctx(a))->max_incore_size, 0xFFFFFFFFu);
+    EXPECT_EQ(core::the_OOC_mgr(core_ctx(a))->max_incore_size, core::OOC_mgr::no_limit);
 }
 
 TEST(context_budget, swap_folder_defaults_and_failures)
@@ -133,7 +133,7 @@ TEST(context_budget, swap_folder_defaults_and_failures)
     // A folder that does not exist: the old manager is gone, the new one has no limit.
     EXPECT_EQ(a.set_max_incore_size(64, root.c_str(), "missing/"), temp_file_error);
     ASSERT_NE(core::the_OOC_mgr(core_ctx(a)), nullptr);
-    EXPECT_EQ(core::the_OOC_mgr(core_ctx(a))->max_incore_size, 0xFFFFFFFFu);
+    EXPECT_EQ(core::the_OOC_mgr(core_ctx(a))->max_incore_size, core::OOC_mgr::no_limit);
     EXPECT_EQ(a.set_max_incore_size(64, "/no/such/root/", nullptr), temp_file_error);
     const std::string too_long(300, 'a');
     EXPECT_EQ(a.set_max_incore_size(64, root.c_str(), too_long.c_str()), temp_file_error);

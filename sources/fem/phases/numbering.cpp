@@ -24,12 +24,9 @@ bool number_DOFs(run_state& run, const numerical_model_base& model, unsigned kin
                 if (problem.DOFs) (void)problem.DOFs->get(id, free_DOF);
                 if (free_DOF) kept.push_back(id);
             }
-            unsigned value_bytes = 0, index_bytes = 0;
             e = number_and_profile(kept, ends, element_DOFs, excluded, order_only, *out.free_IDs, out.profile,
-                                   value_bytes, index_bytes);
-            out.K_bytes = value_bytes;
-            out.index_bytes = index_bytes;
-            out.K_size_MB = profile_megabytes(value_bytes, index_bytes);
+                                   out.K_bytes, out.index_bytes);
+            out.K_size_MB = profile_megabytes(out.K_bytes, out.index_bytes);
         }
         if (e != no_error) KELT_RAISE(run, e, "Model error.");
     }
