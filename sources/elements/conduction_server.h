@@ -23,7 +23,7 @@ public:
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
 
-    static constexpr bool lists_DOFs(unsigned kind) noexcept
+    static constexpr bool lists_DOFs(pass_kind kind) noexcept
     {
         return kind == kind_conduction || kind == kind_thermal_load;
     }
@@ -32,7 +32,7 @@ public:
 
     // Kind 5: the conductivity matrix K and, with a vector, -K T; the energy is
     // T.K.T / 2. Loads (kind 6) come through the element loads alone.
-    [[nodiscard]] error_type compute(unsigned kind, const unsigned* nodes, element_work_type& w) const
+    [[nodiscard]] error_type compute(pass_kind kind, const unsigned* nodes, element_work_type& w) const
     {
         if (kind != kind_conduction) return no_error;
         if (!physics || !physics->law || transformer) return invalid_data_error;

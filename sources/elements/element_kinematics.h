@@ -32,6 +32,8 @@ struct point_shapes {
     static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
     static constexpr unsigned nbr_points = Points::nbr_points;
     static constexpr unsigned nbr_base_nodes = base_shape_of<Shape>::type::nbr_nodes;
+    // The base nodes are the first nodes of the shape, on the same cell.
+    static_assert(nbr_base_nodes <= nbr_nodes && base_shape_of<Shape>::type::dim == Shape::dim);
 
     point_shapes()
     {
@@ -83,9 +85,11 @@ error_type gather_nodes(const dense2D<double>& pos, const unsigned* nodes, doubl
     return no_error;
 }
 
-// The values of `places` at each node, node by node; 0 for an empty state.
+// The values of `places` at each node, node by node; 0 for an empty state. `out`
+// has one entry per node and place.
 template <unsigned NN, unsigned NP>
-void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsigned (&places)[NP], double* out)
+void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsigned (&places)[NP],
+                   double (&out)[NN * NP])
 {
     for (unsigned a = 0; a < NN; ++a)
         for (unsigned k = 0; k < NP; ++k) out[a * NP + k] = U.empty() ? 0.0 : U.get(nodes[a] * 9 + places[k]);
@@ -163,6 +167,7 @@ struct element_temperature {
     template <class Points_data>
     void read(element_work_type& w, const unsigned* element_nodes, const Points_data& data)
     {
+        static_assert(Points_data::nbr_nodes == NN, "extension is read by this element's node indices");
         mode = none;
         const stress_mgr_thermal* t = w.thermal;
         if (!t) return;

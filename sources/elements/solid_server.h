@@ -31,17 +31,18 @@ public:
     static constexpr unsigned nbr_DOFs = 3 * nbr_nodes;
     static constexpr unsigned places[3] = {0, 1, 2};
     static constexpr unsigned nbr_places = 3;
+    static_assert(nbr_DOFs == nbr_nodes * nbr_places, "B, Ke and the gathered values have a row per node and place");
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
 
-    static constexpr bool lists_DOFs(unsigned kind) noexcept { return kind == kind_stiffness; }
+    static constexpr bool lists_DOFs(pass_kind kind) noexcept { return kind == kind_stiffness; }
 
     using server_base<Physics, Shape, Points>::server_base;
 
     // Kind 1: the stiffness (matrix modes 0 to 3) and the vector of the opposite of
     // the internal forces. A solid has no part in a conduction problem: kind 6
     // gives nothing.
-    [[nodiscard]] error_type compute(unsigned kind, const unsigned* nodes, element_work_type& w) const
+    [[nodiscard]] error_type compute(pass_kind kind, const unsigned* nodes, element_work_type& w) const
     {
         if (kind != kind_stiffness) return no_error;
         const bool matrix = w.matrix_mode != matrix_none, vector = w.vector_mode == 1;
