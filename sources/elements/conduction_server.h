@@ -10,16 +10,10 @@
 namespace kelt::core {
 
 template <class Physics, class Shape, class Points>
-class heat_conduction_server : public server_base<Physics, Shape, Points> {
+class heat_conduction_server : public server_base<Physics, Shape, Points, temperature_places> {
 public:
-    using base = server_base<Physics, Shape, Points>;
-    using base::data;
-    using base::physics;
-    using base::transformer;
-    static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
-    static constexpr unsigned nbr_points = Points::nbr_points;
-    static constexpr unsigned places[1] = {6};
-    static constexpr unsigned nbr_places = 1;
+    using base = server_base<Physics, Shape, Points, temperature_places>;
+    using base::data, base::physics, base::transformer, base::nbr_nodes, base::nbr_points, base::places;
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
 

@@ -236,14 +236,21 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
     return true;
 }
 
+// The places of a node's DOFs that a family works on.
+inline constexpr unsigned translation_places[3] = {0, 1, 2};
+inline constexpr unsigned temperature_places[1] = {6};
+
 // What every server holds: the physics, the transformer, and its points with their
-// shape data.
-template <class Physics, class Shape, class Points>
+// shape data. An element has `Places` at each node, node by node.
+template <class Physics, class Shape, class Points, const auto& Places = translation_places>
 class server_base {
 public:
     using physics_type = Physics;
     static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
     static constexpr unsigned nbr_points = Points::nbr_points;
+    static constexpr const auto& places = Places;
+    static constexpr unsigned nbr_places = sizeof(Places) / sizeof(Places[0]);
+    static constexpr unsigned nbr_DOFs = nbr_nodes * nbr_places;
 
     explicit server_base(const Ptr<Physics>& physics_) : physics(physics_) {}
 
@@ -258,9 +265,8 @@ public:
         double x[nbr_nodes][3];
         if (auto err = gather_nodes<nbr_nodes>(pos, nodes, x); err != no_error) return err;
         if (U && !U->empty()) {
-            static constexpr unsigned translations[3] = {0, 1, 2};
             double u[3 * nbr_nodes];
-            gather_values<nbr_nodes>(*U, nodes, translations, u);
+            gather_values<nbr_nodes>(*U, nodes, translation_places, u);
             for (unsigned a = 0; a < nbr_nodes; ++a)
                 for (unsigned i = 0; i < 3; ++i) x[a][i] += u[3 * a + i];
         }

@@ -13,15 +13,8 @@ template <class Physics, class Shape, class Points>
 class mass_server : public server_base<Physics, Shape, Points> {
 public:
     using base = server_base<Physics, Shape, Points>;
-    using base::data;
-    using base::physics;
-    using base::transformer;
-    static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
-    static constexpr unsigned nbr_points = Points::nbr_points;
-    static constexpr unsigned nbr_DOFs = 3 * nbr_nodes;
-    static constexpr unsigned places[3] = {0, 1, 2};
-    static constexpr unsigned nbr_places = 3;
-    static_assert(nbr_DOFs == nbr_nodes * nbr_places, "B, Ke and the gathered values have a row per node and place");
+    using base::data, base::physics, base::transformer, base::nbr_nodes, base::nbr_points, base::nbr_DOFs,
+        base::places;
     // Mass models answer 0 to the code queries.
     static constexpr unsigned first_code = 0;
     static constexpr unsigned second_code = 0;
