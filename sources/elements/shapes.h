@@ -484,27 +484,40 @@ using wedge18 = prism_function<quadratic_poly<2>, quadratic_1d, detail::wedge18_
 using hexa8 = tensor_function<linear_1d, 3, detail::hexa8_nodes>;
 using hexa27 = tensor_function<quadratic_1d, 3, detail::hexa27_nodes>;
 
-// Rational functions on q = 1 / (1 - t): the base nodes are (1 - t) times the bilinear
-// function of (r q, s q), the apex is t.
-class pyramid5 {
+// The pyramids' functions, value and derivatives from one evaluation of the
+// collapsed coordinates by Function::evaluate.
+template <class Function, const auto& Nodes>
+class collapsed_function {
 public:
     static constexpr unsigned dim = 3;
-    static constexpr const auto& nodes = detail::pyramid5_nodes;
+    static constexpr const auto& nodes = Nodes;
 
-    explicit constexpr pyramid5(unsigned node) noexcept : node_(node) {}
+    explicit constexpr collapsed_function(unsigned node) noexcept : node_(node) {}
     constexpr unsigned node() const noexcept { return node_; }
     constexpr double value(const double* x) const noexcept
     {
         double v = 0.0, d[3] = {};
-        evaluate(x, v, d);
+        static_cast<const Function*>(this)->evaluate(x, v, d);
         return v;
     }
     constexpr void derivatives(const double* x, double* d) const noexcept
     {
         double v = 0.0;
         d[0] = d[1] = d[2] = 0.0;
-        evaluate(x, v, d);
+        static_cast<const Function*>(this)->evaluate(x, v, d);
     }
+
+protected:
+    unsigned node_;
+};
+
+// Rational functions on q = 1 / (1 - t): the base nodes are (1 - t) times the bilinear
+// function of (r q, s q), the apex is t.
+class pyramid5 : public collapsed_function<pyramid5, detail::pyramid5_nodes> {
+    friend collapsed_function;
+
+public:
+    using collapsed_function::collapsed_function;
 
 private:
     constexpr void evaluate(const double* x, double& v, double* d) const noexcept
@@ -518,8 +531,6 @@ private:
         const auto g = detail::bilinear(nodes.x[node_][0], nodes.x[node_][1], p.xi, p.eta);
         detail::add_collapsed_term(p, p.u, -1.0, g, v, d);
     }
-
-    unsigned node_;
 };
 
 // The space is 1 + (1 - t) Q1(xi, eta) + (1 - t)^2 Q2(xi, eta) with xi = r q,
@@ -530,25 +541,11 @@ private:
 //   base corner   (1 - t)^2 Q9(xi, eta) - t (1 - t) Q1(xi, eta)
 //   base others   (1 - t)^2 Q9(xi, eta)
 //   to the apex   4 t (1 - t) Q1 of the edge's base corner
-class pyramid14 {
-public:
-    static constexpr unsigned dim = 3;
-    static constexpr const auto& nodes = detail::pyramid14_nodes;
+class pyramid14 : public collapsed_function<pyramid14, detail::pyramid14_nodes> {
+    friend collapsed_function;
 
-    explicit constexpr pyramid14(unsigned node) noexcept : node_(node) {}
-    constexpr unsigned node() const noexcept { return node_; }
-    constexpr double value(const double* x) const noexcept
-    {
-        double v = 0.0, d[3] = {};
-        evaluate(x, v, d);
-        return v;
-    }
-    constexpr void derivatives(const double* x, double* d) const noexcept
-    {
-        double v = 0.0;
-        d[0] = d[1] = d[2] = 0.0;
-        evaluate(x, v, d);
-    }
+public:
+    using collapsed_function::collapsed_function;
 
 private:
     constexpr void evaluate(const double* x, double& v, double* d) const noexcept
@@ -570,8 +567,6 @@ private:
         if (node_ < 4)
             detail::add_collapsed_term(p, -p.t * p.u, 2.0 * p.t - 1.0, detail::bilinear(c[0], c[1], p.xi, p.eta), v, d);
     }
-
-    unsigned node_;
 };
 
 // ---------------------------------------------------------------------------------
