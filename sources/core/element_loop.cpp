@@ -141,7 +141,7 @@ error_type element_loop(element_range r, unsigned nt, element_work_type& work, c
 
 unsigned numerical_model_base::element_dim() const { return ::kelt::element_dim(get_FE_type()); }
 
-error_type numerical_model_base::compute_element(unsigned, element_work_type& work) const
+error_type numerical_model_base::compute_element(pass_kind, element_work_type& work) const
 {
     work.clear_outputs();
     work.DOFs.clear();
@@ -155,18 +155,18 @@ error_type numerical_model_base::compute_element_load(const elementary_load&, el
     return no_error;
 }
 
-error_type numerical_model_base::compute_element_results(unsigned, unsigned, element_work_type& work) const
+error_type numerical_model_base::compute_element_results(pass_kind, unsigned, element_work_type& work) const
 {
     work.clear_outputs();
     work.DOFs.clear();
     return no_error;
 }
 
-error_type numerical_model_base::run_elements(unsigned kind, element_pass_type& pass)
+error_type numerical_model_base::run_elements(pass_kind kind, element_pass_type& pass)
 {
     const element_range r = range_of(pass.element, nbr_elements());
     element_work_type work;
-    work.start(pass, kind, ID);
+    work.start(pass, ID);
     work.factor *= evolution_factor(pass.time);
     if (work.factor == 0.0 || !handles_field_family(kind)) return no_error;
     if (pass.has_thermal && pass.thermal) work.thermal = pass.thermal->get_thermal(ID);
@@ -183,7 +183,7 @@ error_type numerical_model_base::run_element_loads(const elementary_load& load, 
     if (pass.assembler.is_null() || pass.factor == 0.0) return no_error;
     const element_range r = range_of(pass.element, nbr_elements());
     element_work_type work;
-    if (pass.element_pass) work.start(*pass.element_pass, 0, ID);
+    if (pass.element_pass) work.start(*pass.element_pass, ID);
     work.model = ID;
     work.matrix_mode = matrix_none;
     work.vector_mode = 1;
@@ -198,12 +198,12 @@ error_type numerical_model_base::run_element_loads(const elementary_load& load, 
         });
 }
 
-error_type numerical_model_base::run_element_results(unsigned kind, unsigned result, element_pass_type& pass)
+error_type numerical_model_base::run_element_results(pass_kind kind, unsigned result, element_pass_type& pass)
 {
     if (!pass.results) return no_error;
     const element_range r = range_of(pass.element, nbr_elements());
     element_work_type work;
-    work.start(pass, kind, ID);
+    work.start(pass, ID);
     work.matrix_mode = matrix_none;
     work.vector_mode = 0;
     work.factor *= evolution_factor(pass.time);

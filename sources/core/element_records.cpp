@@ -14,50 +14,43 @@ bool DOF_values_view::assign(const FEM_real& m, unsigned col)
     return true;
 }
 
-void element_work_type::start(const element_pass_type& pass, unsigned kind_, unsigned model_)
+template <class Source>
+void element_work_type::share(const Source& s)
 {
-    pos = pass.pos;
-    U = pass.U;
-    U_ref = pass.U_ref;
-    element = pass.element;
-    factor = pass.factor;
-    time = pass.time;
-    parameters[0] = pass.parameters[0];
-    parameters[1] = pass.parameters[1];
-    with_transform = pass.with_transform;
-    commit = pass.commit;
+    pos = s.pos;
+    U = s.U;
+    U_ref = s.U_ref;
+    element = s.element;
+    factor = s.factor;
+    time = s.time;
+    parameters[0] = s.parameters[0];
+    parameters[1] = s.parameters[1];
+    with_transform = s.with_transform;
+    commit = s.commit;
+    penalty_displacement = s.penalty_displacement;
+    penalty_rotation = s.penalty_rotation;
+}
+
+void element_work_type::start(const element_pass_type& pass, unsigned model_)
+{
+    share(pass);
     const bool no_matrix = !pass.matrix || pass.matrix->is_null();
     const bool no_vector = !pass.vector || pass.vector->is_null();
     matrix_mode = no_matrix ? matrix_none : pass.matrix_mode;
     vector_mode = no_vector ? 0 : 1;
     thermal = nullptr;
-    kind = kind_;
     model = model_;
-    penalty_displacement = pass.penalty_displacement;
-    penalty_rotation = pass.penalty_rotation;
 }
 
 std::unique_ptr<element_work_type> element_work_type::private_copy() const
 {
     auto w = std::make_unique<element_work_type>();
-    w->pos = pos;
-    w->U = U;
-    w->U_ref = U_ref;
-    w->element = element;
-    w->factor = factor;
-    w->time = time;
-    w->parameters[0] = parameters[0];
-    w->parameters[1] = parameters[1];
-    w->with_transform = with_transform;
-    w->commit = commit;
+    w->share(*this);
     w->matrix_mode = matrix_mode;
     w->vector_mode = vector_mode;
     w->thread_private = true;
     w->thermal = thermal;
-    w->kind = kind;
     w->model = model;
-    w->penalty_displacement = penalty_displacement;
-    w->penalty_rotation = penalty_rotation;
     return w;
 }
 

@@ -18,20 +18,6 @@
 
 namespace kelt::core {
 
-// Kinds of pass.
-inline constexpr unsigned kind_stiffness = 1;
-inline constexpr unsigned kind_mass = 2;
-inline constexpr unsigned kind_damping = 3;
-inline constexpr unsigned kind_gyroscopic = 4;
-inline constexpr unsigned kind_conduction = 5;
-inline constexpr unsigned kind_thermal_load = 6;
-
-// Matrix modes.
-inline constexpr unsigned matrix_none = 0;
-inline constexpr unsigned matrix_tangent = 1;  // material plus geometric
-inline constexpr unsigned matrix_material = 2; // material only
-inline constexpr unsigned matrix_geometric = 3;
-
 // Results of compute_element_results: one column per integration point, the
 // point's coordinates in rows 0 to 2 and the values below.
 inline constexpr unsigned result_temperature_gradient = 7; // 3 values
@@ -79,7 +65,7 @@ struct element_pass_type {
     double parameters[2] = {0.0, 0.0}; // a solver's own per-pass values
     bool with_transform = false;
     bool commit = false;
-    unsigned matrix_mode = matrix_tangent;
+    matrix_mode_type matrix_mode = matrix_tangent;
     bool has_thermal = false;
     const stress_super_mgr* thermal = nullptr; // read when has_thermal is set
     // Null stands for the null assembler: no matrix (vector) is then computed.
@@ -110,12 +96,19 @@ struct element_work_type {
     element_work_type(const element_work_type&) = delete;
     element_work_type& operator=(const element_work_type&) = delete;
 
-    // Takes the pass's data (shared, not copied) for a loop of `kind` on a model.
-    void start(const element_pass_type& pass, unsigned kind, unsigned model);
+    // Takes the pass's data (shared, not copied) for a loop on a model.
+    void start(const element_pass_type& pass, unsigned model);
     // Another thread's record: the same shared data, scratch of its own.
     std::unique_ptr<element_work_type> private_copy() const;
     // Empties every output before an element.
     void clear_outputs();
+
+private:
+    // The fields that a work record and a pass share by name.
+    template <class Source>
+    void share(const Source& s);
+
+public:
 
     // Shared with the pass.
     dense2D<double> pos;
@@ -127,18 +120,17 @@ struct element_work_type {
     double parameters[2] = {0.0, 0.0};
     bool with_transform = false;
     bool commit = false;
-    unsigned matrix_mode = matrix_tangent;
+    matrix_mode_type matrix_mode = matrix_tangent;
     unsigned vector_mode = 1;
     bool thread_private = false;
     const stress_mgr_thermal* thermal = nullptr;
-    unsigned kind = kind_stiffness;
+    pass_kind kind = kind_stiffness;
     unsigned model = no_model;
     double penalty_displacement = 1.0;
     double penalty_rotation = 1.0;
 
     // Scratch of one element.
-    dense1D<unsigned, 8> nodes;      // its connectivity column
-    dense2D<double> node_pos;        // 3 x its nodes
+    dense2D<double> node_pos;         // 3 x its nodes
     matrix_fixed<double, 3, 3> basis; // material or element frame at the point
     matrix_fixed<double, 3, 3> jacobian;
     dense1D<double, 8> weights; // determinant times rule weight, per point
@@ -152,7 +144,6 @@ struct element_work_type {
     double sums4[4] = {};
     double sums6[6] = {};
     dense1D<double, 8> Ue;
-    dense1D<double, 8> Ue_ref;
     dense2D<double> B; // one row per element DOF
     dense1D<double, 8> state_out;
     // The element's internal states, states_per_point values a point, points in

@@ -54,7 +54,7 @@ Ptr<numerical_model_base> numerical_model_base::find_model(unsigned ID_)
     return ID_ == ID ? Ptr<numerical_model_base>(this) : Ptr<numerical_model_base>();
 }
 
-bool numerical_model_base::handles_field_family(unsigned) const { return true; }
+bool numerical_model_base::handles_field_family(pass_kind) const { return true; }
 
 double numerical_model_base::get_stiffness_scale(field_tag) const { return 0.0; }
 
@@ -68,18 +68,18 @@ error_type numerical_model_base::get_element_basis(unsigned, const dense2D<doubl
 
 void numerical_model_base::set_FE_transformer(const Ptr<ref_counted>& transformer) { FE_transformer = transformer; }
 
-void numerical_model_base::get_element_DOFs(unsigned, unsigned, const dense2D<double>&, unsigned,
+void numerical_model_base::get_element_DOFs(unsigned, pass_kind, const dense2D<double>&, unsigned,
                                             vector_fast&) const
 {
 }
 
-error_type numerical_model_base::get_elements_DOFs(unsigned, unsigned, const dense2D<double>&, unsigned,
+error_type numerical_model_base::get_elements_DOFs(unsigned, pass_kind, const dense2D<double>&, unsigned,
                                                    std::vector<unsigned>&, std::vector<unsigned>&) const
 {
     return no_error;
 }
 
-void numerical_model_base::fill_DOF_to_elements(unsigned element_selector, unsigned kind,
+void numerical_model_base::fill_DOF_to_elements(unsigned element_selector, pass_kind kind,
                                                 const vector_fast& DOF_index_map, dense1D<unsigned, 8>& counters,
                                                 dense1D<FE_pair, 8>& pairs) const
 {
@@ -104,7 +104,7 @@ void numerical_model_base::fill_DOF_to_elements(unsigned element_selector, unsig
     }
 }
 
-error_type numerical_model_base::get_DOF_to_elements(unsigned element_selector, unsigned kind,
+error_type numerical_model_base::get_DOF_to_elements(unsigned element_selector, pass_kind kind,
                                                      const vector_fast& DOF_index_map, dense1D<unsigned, 8>& offsets,
                                                      dense1D<FE_pair, 8>& pairs) const
 {
@@ -137,9 +137,10 @@ error_type numerical_model_base::commit_states() { return no_error; }
 
 void numerical_model_base::rollback_states() {}
 
-void numerical_model_base::get_result_field(unsigned, unsigned& physics_code_, unsigned& kind) const
+void numerical_model_base::get_result_field(unsigned, unsigned& physics_code_, pass_kind& kind) const
 {
-    physics_code_ = kind = 0;
+    physics_code_ = 0;
+    kind = kind_none;
 }
 
 error_type numerical_model_base::get_element_transform(unsigned, dense2D<double>& transform) const
@@ -162,7 +163,7 @@ double numerical_model_base::evolution_factor(double t) const
     return f ? f->value(t) : 1.0;
 }
 
-error_type numerical_model_base::get_model_DOFs(unsigned kind, const dense2D<double>& pos, unsigned field_selector,
+error_type numerical_model_base::get_model_DOFs(pass_kind kind, const dense2D<double>& pos, unsigned field_selector,
                                                 dense1D<unsigned, 8>& DOFs) const
 {
     DOFs.clear();

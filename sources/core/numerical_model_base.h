@@ -34,6 +34,32 @@ inline constexpr unsigned all_elements = 0xFFFFFFFEu;
 // The field selector of the DOF listings that keeps every field.
 inline constexpr unsigned all_fields = 0;
 
+// The kind of an element pass: which matrix and vector the models compute.
+// Kind 6 means something else to each family that answers it. To a stiffness
+// model it is the thermal coupling pass: the forces that a temperature field
+// gives the structure; the solid volumes take their thermal strains into the
+// vector of the stiffness pass when it carries a thermal source, and give nothing
+// to kind 6. To a conduction model it is the right-hand side pass of a heat
+// problem: it lists the temperature DOFs for the numbering, and its element
+// routine gives nothing, for heat sources and fluxes come as element loads.
+enum pass_kind : unsigned {
+    kind_none = 0, // no pass: what a result that no pass delivers reports
+    kind_stiffness = 1,
+    kind_mass = 2,
+    kind_damping = 3,
+    kind_gyroscopic = 4,
+    kind_conduction = 5,
+    kind_thermal_load = 6,
+};
+
+// Which stiffness a stiffness pass assembles.
+enum matrix_mode_type : unsigned {
+    matrix_none = 0,
+    matrix_tangent = 1,  // material plus geometric
+    matrix_material = 2, // material only
+    matrix_geometric = 3,
+};
+
 // One (model, element) that touches an equation.
 struct FE_pair {
     unsigned model = 0xFFFFFFFFu;
@@ -67,9 +93,8 @@ public:
     // Appends this model (a composite: its children) to `list`.
     virtual void collect_models(std::vector<Ptr<numerical_model_base>>& list);
     virtual Ptr<numerical_model_base> find_model(unsigned ID);
-    // True when the model takes part in passes of this kind (1 stiffness, 2 mass,
-    // 3 damping, 4 gyroscopic, 5 conduction, 6 thermal load).
-    virtual bool handles_field_family(unsigned kind) const;
+    // True when the model takes part in passes of this kind.
+    virtual bool handles_field_family(pass_kind kind) const;
     // Upper reference value of the stiffness of the model's laws for a field: the
     // scale of the penalty factors. 0 for a model that has none.
     virtual double get_stiffness_scale(field_tag field) const;
@@ -86,22 +111,22 @@ public:
     // Hard offsets and relaxations act through this object; null for none.
     virtual void set_FE_transformer(const Ptr<ref_counted>& transformer);
     // Inserts the element's DOF identifiers of a pass kind into a set.
-    virtual void get_element_DOFs(unsigned element, unsigned kind, const dense2D<double>& pos,
+    virtual void get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>& pos,
                                   unsigned field_selector, vector_fast& DOF_set) const;
     // Connectivity in DOFs as compressed rows: each selected element appends its
     // DOF identifiers to `DOFs` and its end position to `ends` (which gets a leading
     // 0 when empty).
-    [[nodiscard]] virtual error_type get_elements_DOFs(unsigned element_selector, unsigned kind,
+    [[nodiscard]] virtual error_type get_elements_DOFs(unsigned element_selector, pass_kind kind,
                                                        const dense2D<double>& pos, unsigned field_selector,
                                                        std::vector<unsigned>& ends,
                                                        std::vector<unsigned>& DOFs) const;
     // For each element, each of its DOFs with a rank r in `DOF_index_map`: with
     // `pairs` empty, ++counters[r]; else pairs[counters[r]++] = (model, element).
-    virtual void fill_DOF_to_elements(unsigned element_selector, unsigned kind, const vector_fast& DOF_index_map,
+    virtual void fill_DOF_to_elements(unsigned element_selector, pass_kind kind, const vector_fast& DOF_index_map,
                                       dense1D<unsigned, 8>& counters, dense1D<FE_pair, 8>& pairs) const;
     // The equations-to-elements map as compressed rows: the pairs of rank r are
     // pairs[offsets[r]] to pairs[offsets[r + 1]].
-    [[nodiscard]] virtual error_type get_DOF_to_elements(unsigned element_selector, unsigned kind,
+    [[nodiscard]] virtual error_type get_DOF_to_elements(unsigned element_selector, pass_kind kind,
                                                          const vector_fast& DOF_index_map,
                                                          dense1D<unsigned, 8>& offsets,
                                                          dense1D<FE_pair, 8>& pairs) const;
@@ -123,22 +148,22 @@ public:
     [[nodiscard]] virtual error_type set_internal_states(const internal_states& store);
     [[nodiscard]] virtual error_type get_internal_states(internal_states& store) const;
     // Fills the matrices and vector of `work` for `work.element`.
-    [[nodiscard]] virtual error_type compute_element(unsigned kind, element_work_type& work) const;
+    [[nodiscard]] virtual error_type compute_element(pass_kind kind, element_work_type& work) const;
     // Adds one elementary load on `work.element` to `work.Fe`.
     [[nodiscard]] virtual error_type compute_element_load(const elementary_load& load,
                                                           element_work_type& work) const;
     // Values of a result (strains, stresses, fluxes) at the element's points.
-    [[nodiscard]] virtual error_type compute_element_results(unsigned kind, unsigned result,
+    [[nodiscard]] virtual error_type compute_element_results(pass_kind kind, unsigned result,
                                                              element_work_type& work) const;
     // The element loop: matrices and vectors of a pass into its assemblers. With
     // `pass.commit` set, a loop that returns no error ends with commit_states.
-    [[nodiscard]] virtual error_type run_elements(unsigned kind, element_pass_type& pass);
+    [[nodiscard]] virtual error_type run_elements(pass_kind kind, element_pass_type& pass);
     // Adds one elementary load on the element `pass.element` (or all elements) to
     // the pass's right-hand side.
     [[nodiscard]] virtual error_type run_element_loads(const elementary_load& load, load_pass_type& pass);
-    [[nodiscard]] virtual error_type run_element_results(unsigned kind, unsigned result, element_pass_type& pass);
+    [[nodiscard]] virtual error_type run_element_results(pass_kind kind, unsigned result, element_pass_type& pass);
     // The physics family code and the pass kind that a result belongs to.
-    virtual void get_result_field(unsigned result, unsigned& physics_code, unsigned& kind) const;
+    virtual void get_result_field(unsigned result, unsigned& physics_code, pass_kind& kind) const;
     [[nodiscard]] virtual error_type get_element_transform(unsigned element, dense2D<double>& transform) const;
 
     // Registers the model with its current element count in the context's
@@ -150,7 +175,7 @@ public:
     double evolution_factor(double t) const;
     // All DOF identifiers of the model for a pass kind, each once, in order of
     // first meeting: the list the numbering starts from.
-    [[nodiscard]] error_type get_model_DOFs(unsigned kind, const dense2D<double>& pos, unsigned field_selector,
+    [[nodiscard]] error_type get_model_DOFs(pass_kind kind, const dense2D<double>& pos, unsigned field_selector,
                                             dense1D<unsigned, 8>& DOFs) const;
 
     // Not a counted reference: the context's registry holds its models, so a model

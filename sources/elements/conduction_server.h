@@ -10,20 +10,14 @@
 namespace kelt::core {
 
 template <class Physics, class Shape, class Points>
-class heat_conduction_server : public server_base<Physics, Shape, Points> {
+class heat_conduction_server : public server_base<Physics, Shape, Points, temperature_places> {
 public:
-    using base = server_base<Physics, Shape, Points>;
-    using base::data;
-    using base::physics;
-    using base::transformer;
-    static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
-    static constexpr unsigned nbr_points = Points::nbr_points;
-    static constexpr unsigned places[1] = {6};
-    static constexpr unsigned nbr_places = 1;
+    using base = server_base<Physics, Shape, Points, temperature_places>;
+    using base::data, base::physics, base::transformer, base::nbr_nodes, base::nbr_points, base::places;
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
 
-    static constexpr bool lists_DOFs(unsigned kind) noexcept
+    static constexpr bool lists_DOFs(pass_kind kind) noexcept
     {
         return kind == kind_conduction || kind == kind_thermal_load;
     }
@@ -32,7 +26,7 @@ public:
 
     // Kind 5: the conductivity matrix K and, with a vector, -K T; the energy is
     // T.K.T / 2. Loads (kind 6) come through the element loads alone.
-    [[nodiscard]] error_type compute(unsigned kind, const unsigned* nodes, element_work_type& w) const
+    [[nodiscard]] error_type compute(pass_kind kind, const unsigned* nodes, element_work_type& w) const
     {
         if (kind != kind_conduction) return no_error;
         if (!physics || !physics->law || transformer) return invalid_data_error;

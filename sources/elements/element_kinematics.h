@@ -33,6 +33,8 @@ struct point_shapes {
     static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
     static constexpr unsigned nbr_points = Points::nbr_points;
     static constexpr unsigned nbr_base_nodes = base_shape_of<Shape>::type::nbr_nodes;
+    // The base nodes are the first nodes of the shape, on the same cell.
+    static_assert(nbr_base_nodes <= nbr_nodes && base_shape_of<Shape>::type::dim == Shape::dim);
 
     point_shapes()
     {
@@ -84,9 +86,11 @@ error_type gather_nodes(const dense2D<double>& pos, const unsigned* nodes, doubl
     return no_error;
 }
 
-// The values of `places` at each node, node by node; 0 for an empty state.
+// The values of `places` at each node, node by node; 0 for an empty state. `out`
+// has one entry per node and place.
 template <unsigned NN, unsigned NP>
-void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsigned (&places)[NP], double* out)
+void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsigned (&places)[NP],
+                   double (&out)[NN * NP])
 {
     for (unsigned a = 0; a < NN; ++a)
         for (unsigned k = 0; k < NP; ++k) out[a * NP + k] = U.empty() ? 0.0 : U.get(DOFs_mgr::place_ID(nodes[a], places[k]));
@@ -164,6 +168,7 @@ struct element_temperature {
     template <class Points_data>
     void read(element_work_type& w, const unsigned* element_nodes, const Points_data& data)
     {
+        static_assert(Points_data::nbr_nodes == NN, "extension is read by this element's node indices");
         mode = none;
         const stress_mgr_thermal* t = w.thermal;
         if (!t) return;
@@ -232,14 +237,21 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
     return true;
 }
 
+// The places of a node's DOFs that a family works on.
+inline constexpr unsigned translation_places[3] = {0, 1, 2};
+inline constexpr unsigned temperature_places[1] = {6};
+
 // What every server holds: the physics, the transformer, and its points with their
-// shape data.
-template <class Physics, class Shape, class Points>
+// shape data. An element has `Places` at each node, node by node.
+template <class Physics, class Shape, class Points, const auto& Places = translation_places>
 class server_base {
 public:
     using physics_type = Physics;
     static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
     static constexpr unsigned nbr_points = Points::nbr_points;
+    static constexpr const auto& places = Places;
+    static constexpr unsigned nbr_places = sizeof(Places) / sizeof(Places[0]);
+    static constexpr unsigned nbr_DOFs = nbr_nodes * nbr_places;
 
     explicit server_base(const Ptr<Physics>& physics_) : physics(physics_) {}
 
@@ -254,9 +266,8 @@ public:
         double x[nbr_nodes][3];
         if (auto err = gather_nodes<nbr_nodes>(pos, nodes, x); err != no_error) return err;
         if (U && !U->empty()) {
-            static constexpr unsigned translations[3] = {0, 1, 2};
             double u[3 * nbr_nodes];
-            gather_values<nbr_nodes>(*U, nodes, translations, u);
+            gather_values<nbr_nodes>(*U, nodes, translation_places, u);
             for (unsigned a = 0; a < nbr_nodes; ++a)
                 for (unsigned i = 0; i < 3; ++i) x[a][i] += u[3 * a + i];
         }

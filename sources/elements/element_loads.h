@@ -32,11 +32,10 @@ public:
         if (load.kind == load_pressure && Shape::dim != 2) return invalid_data_error;
         double x[nbr_nodes][3];
         if (auto e = gather_nodes<nbr_nodes>(w.pos, nodes, x); e != no_error) return e;
-        static constexpr unsigned mechanical[3] = {0, 1, 2}, thermal[1] = {6};
         const bool heat = load.kind == load_heat;
         const unsigned per_node = heat ? 1 : 3;
-        const bool listed = heat ? list_DOFs<nbr_nodes>(nodes, thermal, w.DOFs)
-                                 : list_DOFs<nbr_nodes>(nodes, mechanical, w.DOFs);
+        const bool listed = heat ? list_DOFs<nbr_nodes>(nodes, temperature_places, w.DOFs)
+                                 : list_DOFs<nbr_nodes>(nodes, translation_places, w.DOFs);
         if (!listed || !size_outputs(w, nbr_nodes * per_node, false, true)) return memory_error;
         double density[3] = {};
         for (unsigned k = 0; k < per_node && k < load.values.size(); ++k) density[k] = load.values[k];

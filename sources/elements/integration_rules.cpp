@@ -11,9 +11,19 @@ static_assert(sizeof(gauss_tables::gauss_edge_points) == 21 * sizeof(double));
 static_assert(sizeof(gauss_tables::gauss_edge_weights) == 21 * sizeof(double));
 static_assert(6 * 5 / 2 + 6 == 21);
 constexpr unsigned entries(const auto& table) { return sizeof(table) / sizeof(gauss_tables::rule_entry); }
-static_assert(gauss_tables::faceT_offset(7) + 7 == entries(gauss_tables::gauss_faceT));
-static_assert(gauss_tables::tetra_offset(11) + 11 == entries(gauss_tables::gauss_tetra));
-static_assert(gauss_tables::pyramid_offset(27) + 27 == 36);
+// Each rule starts where the one before it ends, and the last one ends the table.
+constexpr bool rows_fill(const auto& rows, unsigned size)
+{
+    unsigned at = 0;
+    for (const gauss_tables::rule_row& r : rows) {
+        if (r.offset != at) return false;
+        at += r.n;
+    }
+    return at == size;
+}
+static_assert(rows_fill(gauss_tables::faceT_rows, entries(gauss_tables::gauss_faceT)));
+static_assert(rows_fill(gauss_tables::tetra_rows, entries(gauss_tables::gauss_tetra)));
+static_assert(rows_fill(gauss_tables::pyramid_rows, entries(gauss_tables::gauss_pyramid.e)));
 
 // The largest rule of each family stays below the state-key modulus.
 static_assert(27 < max_points_per_rule && 11 < max_points_per_rule);

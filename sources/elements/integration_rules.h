@@ -37,6 +37,7 @@ struct rule_entry {
 template <unsigned N>
 struct rule_table {
     rule_entry e[N];
+    constexpr const rule_entry& operator[](unsigned k) const noexcept { return e[k]; }
 };
 
 // Gauss-Legendre on [-1, 1]: the rule of n points starts at entry n (n - 1) / 2.
@@ -157,38 +158,22 @@ inline constexpr rule_table<36> gauss_pyramid = [] {
     return out;
 }();
 
-// First table entry of a rule of n points, or npos when there is no such rule.
-inline constexpr unsigned npos = ~0u;
-constexpr unsigned faceT_offset(unsigned n) noexcept
-{
-    switch (n) {
-    case 1: return 0;
-    case 3: return 1;
-    case 4: return 4;
-    case 6: return 8;
-    case 7: return 14;
-    default: return npos;
-    }
-}
-constexpr unsigned tetra_offset(unsigned n) noexcept
-{
-    switch (n) {
-    case 1: return 0;
-    case 4: return 1;
-    case 5: return 5;
-    case 11: return 10;
-    default: return npos;
-    }
-}
-constexpr unsigned pyramid_offset(unsigned n) noexcept
-{
-    switch (n) {
-    case 1: return 0;
-    case 8: return 1;
-    case 27: return 9;
-    default: return npos;
-    }
-}
+// The rules of a table family: how many points, the first table entry, the
+// highest degree of the polynomials integrated exactly.
+struct rule_row {
+    unsigned n;
+    unsigned offset;
+    unsigned degree;
+};
+inline constexpr rule_row faceT_rows[] = {{1, 0, 1}, {3, 1, 2}, {4, 4, 3}, {6, 8, 4}, {7, 14, 5}};
+inline constexpr rule_row tetra_rows[] = {{1, 0, 1}, {4, 1, 2}, {5, 5, 3}, {11, 10, 4}};
+inline constexpr rule_row pyramid_rows[] = {{1, 0, 1}, {8, 1, 3}, {27, 9, 5}};
+
+// The weights of the tables sum to 1 on the tetrahedron and the pyramid: the cell's
+// volume is applied here.
+constexpr double faceT_weight(double w) noexcept { return w; }
+constexpr double tetra_weight(double w) noexcept { return w / 6.0; }
+constexpr double pyramid_weight(double w) noexcept { return w * (4.0 / 3.0); }
 
 } // namespace gauss_tables
 
@@ -212,30 +197,32 @@ struct Gauss_edge : local_point {
     }
 };
 
-struct Gauss_faceT : local_point {
-    static constexpr unsigned base = 200;
-    static constexpr bool valid(unsigned n) noexcept { return gauss_tables::faceT_offset(n) != gauss_tables::npos; }
-    static constexpr unsigned degree(unsigned n) noexcept
+// A family of rules read from a table: `Rows` says where each rule starts, `Weight`
+// scales a table weight to the cell.
+template <unsigned Base, const auto& Rows, const auto& Table, double (*Weight)(double)>
+struct table_rule : local_point {
+    static constexpr unsigned base = Base;
+    static constexpr const gauss_tables::rule_row* row(unsigned n) noexcept
     {
-        switch (n) {
-        case 1: return 1;
-        case 3: return 2;
-        case 4: return 3;
-        case 6: return 4;
-        case 7: return 5;
-        default: return 0;
-        }
+        for (const gauss_tables::rule_row& r : Rows)
+            if (r.n == n) return &r;
+        return nullptr;
     }
+    static constexpr bool valid(unsigned n) noexcept { return row(n) != nullptr; }
+    static constexpr unsigned degree(unsigned n) noexcept { return valid(n) ? row(n)->degree : 0; }
 
-    constexpr Gauss_faceT(unsigned i, unsigned n) noexcept
+    constexpr table_rule(unsigned i, unsigned n) noexcept
     {
-        ID = base + i;
+        ID = Base + i;
         if (!valid(n) || i >= n) return;
-        const gauss_tables::rule_entry& e = gauss_tables::gauss_faceT[gauss_tables::faceT_offset(n) + i];
-        weight = e.weight;
-        x[0] = e.x[0];
-        x[1] = e.x[1];
+        const gauss_tables::rule_entry& e = Table[row(n)->offset + i];
+        weight = Weight(e.weight);
+        for (unsigned k = 0; k < 3; ++k) x[k] = e.x[k];
     }
+};
+
+struct Gauss_faceT : table_rule<200, gauss_tables::faceT_rows, gauss_tables::gauss_faceT, gauss_tables::faceT_weight> {
+    using table_rule::table_rule;
 };
 
 // Product of two Gauss_edge rules: index i mod n1 on r, i / n1 on s.
@@ -257,53 +244,15 @@ struct Gauss_faceQ : local_point {
     }
 };
 
-struct Gauss_tetra : local_point {
-    static constexpr unsigned base = 400;
-    static constexpr bool valid(unsigned n) noexcept { return gauss_tables::tetra_offset(n) != gauss_tables::npos; }
-    static constexpr unsigned degree(unsigned n) noexcept
-    {
-        switch (n) {
-        case 1: return 1;
-        case 4: return 2;
-        case 5: return 3;
-        case 11: return 4;
-        default: return 0;
-        }
-    }
-
-    constexpr Gauss_tetra(unsigned i, unsigned n) noexcept
-    {
-        ID = base + i;
-        if (!valid(n) || i >= n) return;
-        const gauss_tables::rule_entry& e = gauss_tables::gauss_tetra[gauss_tables::tetra_offset(n) + i];
-        weight = e.weight / 6.0;
-        for (unsigned k = 0; k < 3; ++k) x[k] = e.x[k];
-    }
+struct Gauss_tetra : table_rule<400, gauss_tables::tetra_rows, gauss_tables::gauss_tetra, gauss_tables::tetra_weight> {
+    using table_rule::table_rule;
 };
 
 // Collapsed products of Gauss-Legendre in r and s with Gauss-Jacobi in t, so a rule
 // of m points per direction is exact for polynomials of total degree 2 m - 1.
-struct Gauss_pyramid : local_point {
-    static constexpr unsigned base = 500;
-    static constexpr bool valid(unsigned n) noexcept { return gauss_tables::pyramid_offset(n) != gauss_tables::npos; }
-    static constexpr unsigned degree(unsigned n) noexcept
-    {
-        switch (n) {
-        case 1: return 1;
-        case 8: return 3;
-        case 27: return 5;
-        default: return 0;
-        }
-    }
-
-    constexpr Gauss_pyramid(unsigned i, unsigned n) noexcept
-    {
-        ID = base + i;
-        if (!valid(n) || i >= n) return;
-        const gauss_tables::rule_entry& e = gauss_tables::gauss_pyramid.e[gauss_tables::pyramid_offset(n) + i];
-        weight = e.weight * (4.0 / 3.0);
-        for (unsigned k = 0; k < 3; ++k) x[k] = e.x[k];
-    }
+struct Gauss_pyramid
+    : table_rule<500, gauss_tables::pyramid_rows, gauss_tables::gauss_pyramid, gauss_tables::pyramid_weight> {
+    using table_rule::table_rule;
 };
 
 // Product of a Gauss_edge rule of n1 points in t (index i / n2) and a Gauss_faceT rule

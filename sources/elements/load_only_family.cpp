@@ -23,8 +23,8 @@ public:
     static constexpr unsigned first_code = physics_load_only_code;
     static constexpr unsigned second_code = physics_load_only_code;
 
-    static constexpr bool lists_DOFs(unsigned) noexcept { return false; }
-    [[nodiscard]] error_type compute(unsigned, const unsigned*, element_work_type&) const { return no_error; }
+    static constexpr bool lists_DOFs(pass_kind) noexcept { return false; }
+    [[nodiscard]] error_type compute(pass_kind, const unsigned*, element_work_type&) const { return no_error; }
     [[nodiscard]] error_type compute_results(unsigned, const unsigned*, element_work_type&) const { return no_error; }
 };
 

@@ -13,25 +13,19 @@ template <class Physics, class Shape, class Points>
 class mass_server : public server_base<Physics, Shape, Points> {
 public:
     using base = server_base<Physics, Shape, Points>;
-    using base::data;
-    using base::physics;
-    using base::transformer;
-    static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
-    static constexpr unsigned nbr_points = Points::nbr_points;
-    static constexpr unsigned nbr_DOFs = 3 * nbr_nodes;
-    static constexpr unsigned places[3] = {0, 1, 2};
-    static constexpr unsigned nbr_places = 3;
+    using base::data, base::physics, base::transformer, base::nbr_nodes, base::nbr_points, base::nbr_DOFs,
+        base::places;
     // Mass models answer 0 to the code queries.
     static constexpr unsigned first_code = 0;
     static constexpr unsigned second_code = 0;
 
-    static constexpr bool lists_DOFs(unsigned kind) noexcept { return kind == kind_mass; }
+    static constexpr bool lists_DOFs(pass_kind kind) noexcept { return kind == kind_mass; }
 
     using base::base;
 
     // Kind 2: M, and with a vector the opposite of the inertia forces -M U, whose
     // kinetic energy U.M.U / 2 goes to the energy when U holds velocities.
-    [[nodiscard]] error_type compute(unsigned kind, const unsigned* nodes, element_work_type& w) const
+    [[nodiscard]] error_type compute(pass_kind kind, const unsigned* nodes, element_work_type& w) const
     {
         if (kind != kind_mass) return no_error;
         if (!physics || !physics->law || transformer) return invalid_data_error;

@@ -28,31 +28,40 @@ error_type check(const physics_base* physics, bool needs_physics, const dense2D<
 
 } // namespace
 
+namespace {
+
+using volume_maker = error_type (*)(context_type*, physics_base&, const dense2D<unsigned>&, element_type,
+                                    Ptr<numerical_model_base>&);
+
+// The volume family of the physics code `code`, made by `make`; the only families
+// so far are volumes.
+error_type make_volume_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
+                            element_type type, unsigned code, volume_maker make, Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
+    if (model_dim(type) == 3 && physics->physics_code() == code) return make(context, *physics, mesh, type, out);
+    return element_type_error;
+}
+
+} // namespace
+
 error_type make_stiff_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                            element_type type, Ptr<numerical_model_base>& out)
 {
-    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
-    if (model_dim(type) == 3 && physics->physics_code() == physics_solid_code)
-        return make_solid_stiff(context, *physics, mesh, type, out);
-    return element_type_error;
+    return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_stiff, out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
-    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
-    if (model_dim(type) == 3 && physics->physics_code() == physics_solid_code)
-        return make_solid_mass(context, *physics, mesh, type, out);
-    return element_type_error;
+    return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_mass, out);
 }
 
 error_type make_thermal_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                              element_type type, Ptr<numerical_model_base>& out)
 {
-    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
-    if (model_dim(type) == 3 && physics->physics_code() == physics_heat_conduction_3d_code)
-        return make_conduction_3d(context, *physics, mesh, type, out);
-    return element_type_error;
+    return make_volume_mesh(context, physics, mesh, type, physics_heat_conduction_3d_code, make_conduction_3d,
+                            out);
 }
 
 error_type make_load_only_mesh(context_type* context, const dense2D<unsigned>& mesh, element_type type,

@@ -108,13 +108,13 @@ void numerical_model_composite::set_FE_transformer(const Ptr<ref_counted>& trans
     for_each_child([&](numerical_model_base& c) { c.set_FE_transformer(transformer); });
 }
 
-void numerical_model_composite::get_element_DOFs(unsigned element, unsigned kind, const dense2D<double>& pos,
+void numerical_model_composite::get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>& pos,
                                                  unsigned field_selector, vector_fast& DOF_set) const
 {
     for_each_child([&](numerical_model_base& c) { c.get_element_DOFs(element, kind, pos, field_selector, DOF_set); });
 }
 
-error_type numerical_model_composite::get_elements_DOFs(unsigned element_selector, unsigned kind,
+error_type numerical_model_composite::get_elements_DOFs(unsigned element_selector, pass_kind kind,
                                                         const dense2D<double>& pos, unsigned field_selector,
                                                         std::vector<unsigned>& ends,
                                                         std::vector<unsigned>& DOFs) const
@@ -124,7 +124,7 @@ error_type numerical_model_composite::get_elements_DOFs(unsigned element_selecto
     });
 }
 
-void numerical_model_composite::fill_DOF_to_elements(unsigned element_selector, unsigned kind,
+void numerical_model_composite::fill_DOF_to_elements(unsigned element_selector, pass_kind kind,
                                                      const vector_fast& DOF_index_map, dense1D<unsigned, 8>& counters,
                                                      dense1D<FE_pair, 8>& pairs) const
 {
@@ -158,7 +158,7 @@ error_type numerical_model_composite::get_internal_states(internal_states& store
     return for_each_child_status([&](numerical_model_base& c) { return c.get_internal_states(store); });
 }
 
-error_type numerical_model_composite::run_elements(unsigned kind, element_pass_type& pass)
+error_type numerical_model_composite::run_elements(pass_kind kind, element_pass_type& pass)
 {
     return for_each_child_status([&](numerical_model_base& c) { return c.run_elements(kind, pass); });
 }
@@ -168,16 +168,17 @@ error_type numerical_model_composite::run_element_loads(const elementary_load& l
     return for_each_child_status([&](numerical_model_base& c) { return c.run_element_loads(load, pass); });
 }
 
-error_type numerical_model_composite::run_element_results(unsigned kind, unsigned result, element_pass_type& pass)
+error_type numerical_model_composite::run_element_results(pass_kind kind, unsigned result, element_pass_type& pass)
 {
     return for_each_child_status([&](numerical_model_base& c) { return c.run_element_results(kind, result, pass); });
 }
 
-void numerical_model_composite::get_result_field(unsigned result, unsigned& physics_code_, unsigned& kind) const
+void numerical_model_composite::get_result_field(unsigned result, unsigned& physics_code_, pass_kind& kind) const
 {
-    physics_code_ = kind = 0;
+    physics_code_ = 0;
+    kind = kind_none;
     for_each_child([&](numerical_model_base& c) {
-        if (physics_code_ != 0 || kind != 0) return;
+        if (physics_code_ != 0 || kind != kind_none) return;
         c.get_result_field(result, physics_code_, kind);
     });
 }

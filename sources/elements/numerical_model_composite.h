@@ -26,22 +26,22 @@ public:
     bool describe_unusable_law(char* text, unsigned size) const override;
     double get_mesh_size(const dense2D<double>& pos) const override;
     void set_FE_transformer(const Ptr<ref_counted>& transformer) override;
-    void get_element_DOFs(unsigned element, unsigned kind, const dense2D<double>& pos, unsigned field_selector,
+    void get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>& pos, unsigned field_selector,
                           vector_fast& DOF_set) const override;
-    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, unsigned kind, const dense2D<double>& pos,
+    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, pass_kind kind, const dense2D<double>& pos,
                                                unsigned field_selector, std::vector<unsigned>& ends,
                                                std::vector<unsigned>& DOFs) const override;
-    void fill_DOF_to_elements(unsigned element_selector, unsigned kind, const vector_fast& DOF_index_map,
+    void fill_DOF_to_elements(unsigned element_selector, pass_kind kind, const vector_fast& DOF_index_map,
                               dense1D<unsigned, 8>& counters, dense1D<FE_pair, 8>& pairs) const override;
     void clear_internal_states() override;
     [[nodiscard]] error_type commit_states() override;
     void rollback_states() override;
     [[nodiscard]] error_type set_internal_states(const internal_states& store) override;
     [[nodiscard]] error_type get_internal_states(internal_states& store) const override;
-    [[nodiscard]] error_type run_elements(unsigned kind, element_pass_type& pass) override;
+    [[nodiscard]] error_type run_elements(pass_kind kind, element_pass_type& pass) override;
     [[nodiscard]] error_type run_element_loads(const elementary_load& load, load_pass_type& pass) override;
-    [[nodiscard]] error_type run_element_results(unsigned kind, unsigned result, element_pass_type& pass) override;
-    void get_result_field(unsigned result, unsigned& physics_code, unsigned& kind) const override;
+    [[nodiscard]] error_type run_element_results(pass_kind kind, unsigned result, element_pass_type& pass) override;
+    void get_result_field(unsigned result, unsigned& physics_code, pass_kind& kind) const override;
 
 private:
     // f(child) for each child the registry knows, itself excepted; the children are

@@ -83,7 +83,7 @@ error_type mesh_connectivity::list_DOFs(unsigned element_selector, const unsigne
     return no_error;
 }
 
-error_type single_element_DOFs(const numerical_model_base& model, unsigned element_selector, unsigned kind,
+error_type single_element_DOFs(const numerical_model_base& model, unsigned element_selector, pass_kind kind,
                                const dense2D<double>& pos, unsigned field_selector, std::vector<unsigned>& ends,
                                std::vector<unsigned>& DOFs)
 {

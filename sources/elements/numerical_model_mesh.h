@@ -19,7 +19,7 @@ namespace kelt::core {
 class numerical_model_stiff : public numerical_model_base {
 public:
     using numerical_model_base::numerical_model_base;
-    bool handles_field_family(unsigned kind) const override
+    bool handles_field_family(pass_kind kind) const override
     {
         return kind == kind_stiffness || kind == kind_thermal_load;
     }
@@ -28,7 +28,7 @@ public:
 class numerical_model_thermal : public numerical_model_base {
 public:
     using numerical_model_base::numerical_model_base;
-    bool handles_field_family(unsigned kind) const override
+    bool handles_field_family(pass_kind kind) const override
     {
         return kind == kind_conduction || kind == kind_thermal_load;
     }
@@ -37,19 +37,19 @@ public:
 class numerical_model_mass : public numerical_model_base {
 public:
     using numerical_model_base::numerical_model_base;
-    bool handles_field_family(unsigned kind) const override { return kind == kind_mass; }
+    bool handles_field_family(pass_kind kind) const override { return kind == kind_mass; }
 };
 
 class numerical_model_damping : public numerical_model_base {
 public:
     using numerical_model_base::numerical_model_base;
-    bool handles_field_family(unsigned kind) const override { return kind == kind_damping; }
+    bool handles_field_family(pass_kind kind) const override { return kind == kind_damping; }
 };
 
 class numerical_model_gyroscopic : public numerical_model_base {
 public:
     using numerical_model_base::numerical_model_base;
-    bool handles_field_family(unsigned kind) const override
+    bool handles_field_family(pass_kind kind) const override
     {
         return kind == kind_gyroscopic || kind == kind_stiffness;
     }
@@ -57,7 +57,7 @@ public:
 
 // Element 0 (or the all selector) answered from get_element_DOFs, for the models
 // that are one element in all.
-error_type single_element_DOFs(const numerical_model_base& model, unsigned element_selector, unsigned kind,
+error_type single_element_DOFs(const numerical_model_base& model, unsigned element_selector, pass_kind kind,
                                const dense2D<double>& pos, unsigned field_selector, std::vector<unsigned>& ends,
                                std::vector<unsigned>& DOFs);
 
@@ -66,7 +66,7 @@ class simple_model : public Base {
 public:
     using Base::Base;
     unsigned nbr_elements() const override { return 1; }
-    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, unsigned kind, const dense2D<double>& pos,
+    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, pass_kind kind, const dense2D<double>& pos,
                                                unsigned field_selector, std::vector<unsigned>& ends,
                                                std::vector<unsigned>& DOFs) const override
     {
@@ -166,13 +166,13 @@ public:
         this->FE_transformer = transformer;
         server.transformer = transformer;
     }
-    void get_element_DOFs(unsigned element, unsigned kind, const dense2D<double>&, unsigned field_selector,
+    void get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>&, unsigned field_selector,
                           vector_fast& set) const override
     {
         if (element >= mesh.nbr_elements() || !Server::lists_DOFs(kind) || !selected(field_selector)) return;
         mesh.insert_DOFs(element, Server::places, Server::nbr_places, set);
     }
-    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, unsigned kind, const dense2D<double>&,
+    [[nodiscard]] error_type get_elements_DOFs(unsigned element_selector, pass_kind kind, const dense2D<double>&,
                                                unsigned field_selector, std::vector<unsigned>& ends,
                                                std::vector<unsigned>& DOFs) const override
     {
@@ -231,13 +231,13 @@ public:
     }
     void rollback_states() override { states.rollback(); }
     // The states must exist before the threads write them.
-    [[nodiscard]] error_type run_elements(unsigned kind, element_pass_type& pass) override
+    [[nodiscard]] error_type run_elements(pass_kind kind, element_pass_type& pass) override
     {
         if (auto e = allocate_states(); e != no_error) return e;
         return Intermediate::run_elements(kind, pass);
     }
 
-    [[nodiscard]] error_type compute_element(unsigned kind, element_work_type& w) const override
+    [[nodiscard]] error_type compute_element(pass_kind kind, element_work_type& w) const override
     {
         w.clear_outputs();
         w.DOFs.clear();
@@ -254,7 +254,7 @@ public:
         if (w.factor == 0.0) return no_error;
         return external.compute(load, mesh.column(w.element), w);
     }
-    [[nodiscard]] error_type compute_element_results(unsigned kind, unsigned result,
+    [[nodiscard]] error_type compute_element_results(pass_kind kind, unsigned result,
                                                      element_work_type& w) const override
     {
         w.clear_outputs();
@@ -264,15 +264,17 @@ public:
         attach_states(w, false);
         return server.compute_results(result, mesh.column(w.element), w);
     }
-    void get_result_field(unsigned result, unsigned& physics_code_, unsigned& kind) const override
+    void get_result_field(unsigned result, unsigned& physics_code_, pass_kind& kind) const override
     {
         physics_code_ = Server::first_code;
         if (result >= 7 && result <= 10)
             kind = kind_thermal_load;
         else if (result == 11 || result == 12)
             kind = kind_stiffness;
-        else
-            physics_code_ = kind = 0;
+        else {
+            physics_code_ = 0;
+            kind = kind_none;
+        }
     }
 
     Server server;
@@ -314,31 +316,20 @@ private:
     }
 };
 
-// The stiffness model of a mesh.
+// The stiffness, conduction and mass models of a mesh.
 template <class Server, class External_work_server>
-class numerical_model_stiff_mesh : public mesh_model<numerical_model_stiff, Server, External_work_server> {
-public:
-    using mesh_model<numerical_model_stiff, Server, External_work_server>::mesh_model;
-};
-
+using numerical_model_stiff_mesh = mesh_model<numerical_model_stiff, Server, External_work_server>;
 template <class Server, class External_work_server>
-class numerical_model_thermal_mesh : public mesh_model<numerical_model_thermal, Server, External_work_server> {
-public:
-    using mesh_model<numerical_model_thermal, Server, External_work_server>::mesh_model;
-};
-
+using numerical_model_thermal_mesh = mesh_model<numerical_model_thermal, Server, External_work_server>;
 template <class Server, class External_work_server>
-class numerical_model_mass_mesh : public mesh_model<numerical_model_mass, Server, External_work_server> {
-public:
-    using mesh_model<numerical_model_mass, Server, External_work_server>::mesh_model;
-};
+using numerical_model_mass_mesh = mesh_model<numerical_model_mass, Server, External_work_server>;
 
 // Loads alone: no matrix, no DOFs of its own in the numbering.
 template <class Server, class External_work_server>
 class numerical_model_load_only_mesh : public mesh_model<numerical_model_base, Server, External_work_server> {
 public:
     using mesh_model<numerical_model_base, Server, External_work_server>::mesh_model;
-    bool handles_field_family(unsigned) const override { return false; }
+    bool handles_field_family(pass_kind) const override { return false; }
 };
 
 } // namespace kelt::core

@@ -31,22 +31,35 @@ public:
     virtual law_base* get_law() const = 0;
 };
 
-// Solids: three translations per node (places 0, 1, 2).
-template <class Strain, class Transformation, class Law>
-class mechanical_displacement_3d : public physics_base {
+// A physics with a law: its codes and the shared handle of the law.
+template <class Law, unsigned FirstCode, unsigned SecondCode>
+class physics_with_law : public physics_base {
 public:
     using law_type = Law;
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
-    static constexpr unsigned first_code = physics_solid_code;
-    static constexpr unsigned second_code = first_code + (finite ? finite_variant_offset : 0);
-    static constexpr unsigned accepted_loads = load_bit(load_force);
+    static constexpr unsigned first_code = FirstCode;
+    static constexpr unsigned second_code = SecondCode;
 
-    explicit mechanical_displacement_3d(const Ptr<Law>& law_) : law(law_) {}
+    explicit physics_with_law(const Ptr<Law>& law_) : law(law_) {}
     unsigned physics_code() const override { return first_code; }
     unsigned physics_variant_code() const override { return second_code; }
     law_base* get_law() const override { return law.get(); }
 
     Ptr<Law> law;
+};
+
+// Solids: three translations per node (places 0, 1, 2).
+template <class Strain, class Transformation, class Law>
+class mechanical_displacement_3d
+    : public physics_with_law<Law, physics_solid_code,
+                              physics_solid_code + (std::is_same_v<Transformation, finite_transformation_tag>
+                                                        ? finite_variant_offset
+                                                        : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+
+    using mechanical_displacement_3d::physics_with_law::physics_with_law;
+
     unsigned axes[3] = {0, 1, 2};
 };
 
@@ -56,19 +69,12 @@ using solid_mass = mechanical_displacement_3d<small_strain_tag, small_transforma
 
 // Steady conduction in a volume: one temperature per node (place 6).
 template <class Law>
-class heat_conduction_3d : public physics_base {
+class heat_conduction_3d
+    : public physics_with_law<Law, physics_heat_conduction_3d_code, physics_heat_conduction_3d_code> {
 public:
-    using law_type = Law;
-    static constexpr unsigned first_code = physics_heat_conduction_3d_code;
-    static constexpr unsigned second_code = first_code;
     static constexpr unsigned accepted_loads = load_bit(load_heat);
 
-    explicit heat_conduction_3d(const Ptr<Law>& law_) : law(law_) {}
-    unsigned physics_code() const override { return first_code; }
-    unsigned physics_variant_code() const override { return second_code; }
-    law_base* get_law() const override { return law.get(); }
-
-    Ptr<Law> law;
+    using heat_conduction_3d::physics_with_law::physics_with_law;
 };
 
 using conduction_3d = heat_conduction_3d<law_scalar>;

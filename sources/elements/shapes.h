@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <type_traits>
 #include <utility>
 
 #include "kelt/core/types.h"
@@ -110,6 +111,7 @@ namespace detail {
 
 template <unsigned N>
 struct node_table {
+    static constexpr unsigned nbr_nodes = N;
     double x[N][3] = {};
 
     constexpr void set(unsigned a, double r, double s = 0.0, double t = 0.0) noexcept
@@ -367,11 +369,18 @@ constexpr void add_collapsed_term(const collapsed_point& p, double A, double A_t
 // ---------------------------------------------------------------------------------
 // Function families: one object per node, built from the node's index, immutable.
 
-// Tensor product of D one-dimensional factors, one per local coordinate.
-template <class Factor, unsigned D>
+// Tensor product of D one-dimensional factors, one per local coordinate, each
+// taking the value 1 at the node's coordinate in the table.
+template <class Factor, unsigned D, const auto& Nodes>
 class tensor_function {
 public:
     static constexpr unsigned dim = D;
+    static constexpr const auto& nodes = Nodes;
+
+    explicit constexpr tensor_function(unsigned node) noexcept : node_(node)
+    {
+        for (unsigned k = 0; k < D; ++k) f_[k] = Factor::at_node(Nodes.x[node][k]);
+    }
 
     constexpr unsigned node() const noexcept { return node_; }
     constexpr const Factor& factor(unsigned k) const noexcept { return f_[k]; }
@@ -393,30 +402,37 @@ public:
         }
     }
 
-protected:
-    constexpr tensor_function(unsigned node, const double* xn) noexcept : node_(node)
-    {
-        for (unsigned k = 0; k < D; ++k) f_[k] = Factor::at_node(xn[k]);
-    }
-
 private:
     unsigned node_;
     Factor f_[D] = {};
 };
 
-// A polynomial in the D coordinates of a simplex.
+// The Lagrange polynomial of degree 1 or 2 of the simplex node at xn.
 template <class Poly, unsigned D>
+constexpr Poly simplex_lagrange(const double* xn) noexcept
+{
+    if constexpr (std::is_same_v<Poly, linear_poly<D>>)
+        return detail::simplex_linear<D>(xn);
+    else
+        return detail::simplex_quadratic<D>(xn);
+}
+
+// A polynomial in the D coordinates of a simplex.
+template <class Poly, unsigned D, const auto& Nodes>
 class simplex_function {
 public:
     static constexpr unsigned dim = D;
+    static constexpr const auto& nodes = Nodes;
+
+    explicit constexpr simplex_function(unsigned node) noexcept
+        : node_(node), p_(simplex_lagrange<Poly, D>(Nodes.x[node]))
+    {
+    }
 
     constexpr unsigned node() const noexcept { return node_; }
     constexpr const Poly& polynomial() const noexcept { return p_; }
     constexpr double value(const double* x) const noexcept { return p_.value(x); }
     constexpr void derivatives(const double* x, double* d) const noexcept { p_.gradient(x, d); }
-
-protected:
-    constexpr simplex_function(unsigned node, const Poly& p) noexcept : node_(node), p_(p) {}
 
 private:
     unsigned node_;
@@ -424,10 +440,16 @@ private:
 };
 
 // A triangle function of (r, s) times a line factor of t.
-template <class Poly, class Factor>
+template <class Poly, class Factor, const auto& Nodes>
 class prism_function {
 public:
     static constexpr unsigned dim = 3;
+    static constexpr const auto& nodes = Nodes;
+
+    explicit constexpr prism_function(unsigned node) noexcept
+        : node_(node), p_(simplex_lagrange<Poly, 2>(Nodes.x[node])), f_(Factor::at_node(Nodes.x[node][2]))
+    {
+    }
 
     constexpr unsigned node() const noexcept { return node_; }
     constexpr double value(const double* x) const noexcept { return p_.value(x) * f_.value(x[2]); }
@@ -440,12 +462,6 @@ public:
         d[2] = p_.value(x) * f_.derivative(x[2]);
     }
 
-protected:
-    constexpr prism_function(unsigned node, const Poly& p, const double* xn) noexcept
-        : node_(node), p_(p), f_(Factor::at_node(xn[2]))
-    {
-    }
-
 private:
     unsigned node_;
     Poly p_;
@@ -455,117 +471,53 @@ private:
 // ---------------------------------------------------------------------------------
 // The per-node classes. The constructor takes a node index below the shape's count.
 
-class edge2 : public tensor_function<linear_1d, 1> {
-public:
-    static constexpr const auto& nodes = detail::edge2_nodes;
-    explicit constexpr edge2(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
+using edge2 = tensor_function<linear_1d, 1, detail::edge2_nodes>;
+using edge3 = tensor_function<quadratic_1d, 1, detail::edge3_nodes>;
+using faceT3 = simplex_function<linear_poly<2>, 2, detail::faceT3_nodes>;
+using faceT6 = simplex_function<quadratic_poly<2>, 2, detail::faceT6_nodes>;
+using faceQ4 = tensor_function<linear_1d, 2, detail::faceQ4_nodes>;
+using faceQ9 = tensor_function<quadratic_1d, 2, detail::faceQ9_nodes>;
+using tetra4 = simplex_function<linear_poly<3>, 3, detail::tetra4_nodes>;
+using tetra10 = simplex_function<quadratic_poly<3>, 3, detail::tetra10_nodes>;
+using wedge6 = prism_function<linear_poly<2>, linear_1d, detail::wedge6_nodes>;
+using wedge18 = prism_function<quadratic_poly<2>, quadratic_1d, detail::wedge18_nodes>;
+using hexa8 = tensor_function<linear_1d, 3, detail::hexa8_nodes>;
+using hexa27 = tensor_function<quadratic_1d, 3, detail::hexa27_nodes>;
 
-class edge3 : public tensor_function<quadratic_1d, 1> {
-public:
-    static constexpr const auto& nodes = detail::edge3_nodes;
-    explicit constexpr edge3(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
-
-class faceT3 : public simplex_function<linear_poly<2>, 2> {
-public:
-    static constexpr const auto& nodes = detail::faceT3_nodes;
-    explicit constexpr faceT3(unsigned node) noexcept
-        : simplex_function(node, detail::simplex_linear<2>(nodes.x[node]))
-    {
-    }
-};
-
-class faceT6 : public simplex_function<quadratic_poly<2>, 2> {
-public:
-    static constexpr const auto& nodes = detail::faceT6_nodes;
-    explicit constexpr faceT6(unsigned node) noexcept
-        : simplex_function(node, detail::simplex_quadratic<2>(nodes.x[node]))
-    {
-    }
-};
-
-class faceQ4 : public tensor_function<linear_1d, 2> {
-public:
-    static constexpr const auto& nodes = detail::faceQ4_nodes;
-    explicit constexpr faceQ4(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
-
-class faceQ9 : public tensor_function<quadratic_1d, 2> {
-public:
-    static constexpr const auto& nodes = detail::faceQ9_nodes;
-    explicit constexpr faceQ9(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
-
-class tetra4 : public simplex_function<linear_poly<3>, 3> {
-public:
-    static constexpr const auto& nodes = detail::tetra4_nodes;
-    explicit constexpr tetra4(unsigned node) noexcept
-        : simplex_function(node, detail::simplex_linear<3>(nodes.x[node]))
-    {
-    }
-};
-
-class tetra10 : public simplex_function<quadratic_poly<3>, 3> {
-public:
-    static constexpr const auto& nodes = detail::tetra10_nodes;
-    explicit constexpr tetra10(unsigned node) noexcept
-        : simplex_function(node, detail::simplex_quadratic<3>(nodes.x[node]))
-    {
-    }
-};
-
-class wedge6 : public prism_function<linear_poly<2>, linear_1d> {
-public:
-    static constexpr const auto& nodes = detail::wedge6_nodes;
-    explicit constexpr wedge6(unsigned node) noexcept
-        : prism_function(node, detail::simplex_linear<2>(nodes.x[node]), nodes.x[node])
-    {
-    }
-};
-
-class wedge18 : public prism_function<quadratic_poly<2>, quadratic_1d> {
-public:
-    static constexpr const auto& nodes = detail::wedge18_nodes;
-    explicit constexpr wedge18(unsigned node) noexcept
-        : prism_function(node, detail::simplex_quadratic<2>(nodes.x[node]), nodes.x[node])
-    {
-    }
-};
-
-class hexa8 : public tensor_function<linear_1d, 3> {
-public:
-    static constexpr const auto& nodes = detail::hexa8_nodes;
-    explicit constexpr hexa8(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
-
-class hexa27 : public tensor_function<quadratic_1d, 3> {
-public:
-    static constexpr const auto& nodes = detail::hexa27_nodes;
-    explicit constexpr hexa27(unsigned node) noexcept : tensor_function(node, nodes.x[node]) {}
-};
-
-// Rational functions on q = 1 / (1 - t): the base nodes are (1 - t) times the bilinear
-// function of (r q, s q), the apex is t.
-class pyramid5 {
+// The pyramids' functions, value and derivatives from one evaluation of the
+// collapsed coordinates by Function::evaluate.
+template <class Function, const auto& Nodes>
+class collapsed_function {
 public:
     static constexpr unsigned dim = 3;
-    static constexpr const auto& nodes = detail::pyramid5_nodes;
+    static constexpr const auto& nodes = Nodes;
 
-    explicit constexpr pyramid5(unsigned node) noexcept : node_(node) {}
+    explicit constexpr collapsed_function(unsigned node) noexcept : node_(node) {}
     constexpr unsigned node() const noexcept { return node_; }
     constexpr double value(const double* x) const noexcept
     {
         double v = 0.0, d[3] = {};
-        evaluate(x, v, d);
+        static_cast<const Function*>(this)->evaluate(x, v, d);
         return v;
     }
     constexpr void derivatives(const double* x, double* d) const noexcept
     {
         double v = 0.0;
         d[0] = d[1] = d[2] = 0.0;
-        evaluate(x, v, d);
+        static_cast<const Function*>(this)->evaluate(x, v, d);
     }
+
+protected:
+    unsigned node_;
+};
+
+// Rational functions on q = 1 / (1 - t): the base nodes are (1 - t) times the bilinear
+// function of (r q, s q), the apex is t.
+class pyramid5 : public collapsed_function<pyramid5, detail::pyramid5_nodes> {
+    friend collapsed_function;
+
+public:
+    using collapsed_function::collapsed_function;
 
 private:
     constexpr void evaluate(const double* x, double& v, double* d) const noexcept
@@ -579,8 +531,6 @@ private:
         const auto g = detail::bilinear(nodes.x[node_][0], nodes.x[node_][1], p.xi, p.eta);
         detail::add_collapsed_term(p, p.u, -1.0, g, v, d);
     }
-
-    unsigned node_;
 };
 
 // The space is 1 + (1 - t) Q1(xi, eta) + (1 - t)^2 Q2(xi, eta) with xi = r q,
@@ -591,25 +541,11 @@ private:
 //   base corner   (1 - t)^2 Q9(xi, eta) - t (1 - t) Q1(xi, eta)
 //   base others   (1 - t)^2 Q9(xi, eta)
 //   to the apex   4 t (1 - t) Q1 of the edge's base corner
-class pyramid14 {
-public:
-    static constexpr unsigned dim = 3;
-    static constexpr const auto& nodes = detail::pyramid14_nodes;
+class pyramid14 : public collapsed_function<pyramid14, detail::pyramid14_nodes> {
+    friend collapsed_function;
 
-    explicit constexpr pyramid14(unsigned node) noexcept : node_(node) {}
-    constexpr unsigned node() const noexcept { return node_; }
-    constexpr double value(const double* x) const noexcept
-    {
-        double v = 0.0, d[3] = {};
-        evaluate(x, v, d);
-        return v;
-    }
-    constexpr void derivatives(const double* x, double* d) const noexcept
-    {
-        double v = 0.0;
-        d[0] = d[1] = d[2] = 0.0;
-        evaluate(x, v, d);
-    }
+public:
+    using collapsed_function::collapsed_function;
 
 private:
     constexpr void evaluate(const double* x, double& v, double* d) const noexcept
@@ -631,8 +567,6 @@ private:
         if (node_ < 4)
             detail::add_collapsed_term(p, -p.t * p.u, 2.0 * p.t - 1.0, detail::bilinear(c[0], c[1], p.xi, p.eta), v, d);
     }
-
-    unsigned node_;
 };
 
 // ---------------------------------------------------------------------------------
@@ -650,6 +584,8 @@ public:
     // Every polynomial of the local coordinates of at most this total degree is
     // reproduced exactly by interpolation at the nodes.
     static constexpr unsigned degree = Degree;
+    // node_point and the functions read the node table by node index.
+    static_assert(std::remove_cvref_t<decltype(Function::nodes)>::nbr_nodes == NbrNodes);
 
     constexpr shape_base() noexcept : shape_base(std::make_index_sequence<NbrNodes>{}) {}
 

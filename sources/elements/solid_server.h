@@ -21,27 +21,24 @@ struct regular_formulation {
 template <class Physics, class Shape, class Points, class Formulation>
 class stiffness_server : public server_base<Physics, Shape, Points> {
 public:
-    using server_base<Physics, Shape, Points>::data;
-    using server_base<Physics, Shape, Points>::physics;
-    using server_base<Physics, Shape, Points>::transformer;
+    using base = server_base<Physics, Shape, Points>;
+    using base::data, base::physics, base::transformer, base::nbr_nodes, base::nbr_points, base::nbr_DOFs,
+        base::places;
     using law_type = typename Physics::law_type;
     static constexpr bool finite = Physics::finite;
-    static constexpr unsigned nbr_nodes = Shape::nbr_nodes;
-    static constexpr unsigned nbr_points = Points::nbr_points;
-    static constexpr unsigned nbr_DOFs = 3 * nbr_nodes;
-    static constexpr unsigned places[3] = {0, 1, 2};
-    static constexpr unsigned nbr_places = 3;
+    // B and the gathered values have a row per element DOF, the 3 translations of a node.
+    static_assert(base::nbr_places == 3);
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
 
-    static constexpr bool lists_DOFs(unsigned kind) noexcept { return kind == kind_stiffness; }
+    static constexpr bool lists_DOFs(pass_kind kind) noexcept { return kind == kind_stiffness; }
 
-    using server_base<Physics, Shape, Points>::server_base;
+    using base::base;
 
     // Kind 1: the stiffness (matrix modes 0 to 3) and the vector of the opposite of
     // the internal forces. A solid has no part in a conduction problem: kind 6
     // gives nothing.
-    [[nodiscard]] error_type compute(unsigned kind, const unsigned* nodes, element_work_type& w) const
+    [[nodiscard]] error_type compute(pass_kind kind, const unsigned* nodes, element_work_type& w) const
     {
         if (kind != kind_stiffness) return no_error;
         const bool matrix = w.matrix_mode != matrix_none, vector = w.vector_mode == 1;

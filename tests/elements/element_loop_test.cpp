@@ -28,7 +28,7 @@ class ring_model : public core::numerical_model_stiff {
 public:
     explicit ring_model(core::context_type* ctx, unsigned n) : numerical_model_stiff(ctx), elements(n) {}
     unsigned nbr_elements() const override { return elements; }
-    error_type compute_element(unsigned, core::element_work_type& w) const override
+    error_type compute_element(core::pass_kind, core::element_work_type& w) const override
     {
         w.clear_outputs();
         ++computed;

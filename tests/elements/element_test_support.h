@@ -198,15 +198,15 @@ struct element_run {
     error_type status = no_error;
     core::element_work_type work;
 };
-inline void compute(const core::numerical_model_base& model, unsigned kind, unsigned element,
+inline void compute(const core::numerical_model_base& model, core::pass_kind kind, unsigned element,
                     const test_mesh& m, const core::DOF_values_view& U, element_run& run,
-                    unsigned matrix_mode = core::matrix_tangent, double factor = 1.0)
+                    core::matrix_mode_type matrix_mode = core::matrix_tangent, double factor = 1.0)
 {
     core::element_pass_type pass;
     pass.pos = m.pos;
     pass.U = U;
     pass.matrix_mode = matrix_mode;
-    run.work.start(pass, kind, model.ID);
+    run.work.start(pass, model.ID);
     run.work.matrix_mode = matrix_mode;
     run.work.vector_mode = 1;
     run.work.factor = factor;
@@ -229,7 +229,7 @@ core::DOF_values_view values_of(const test_mesh& m, unsigned nbr_places, const u
 }
 
 // Assembles kind over all elements of a model (threads as the context says).
-inline error_type assemble(core::numerical_model_base& model, unsigned kind, const test_mesh& m,
+inline error_type assemble(core::numerical_model_base& model, core::pass_kind kind, const test_mesh& m,
                            dense_assembler& K, core::vector_assembler_base* F = nullptr,
                            const core::DOF_values_view* U = nullptr)
 {

@@ -96,7 +96,7 @@ TEST_P(volume_kernels, conduction_passes_the_patch_test)
     core::element_pass_type pass;
     pass.pos = m.pos;
     pass.U = T;
-    w.start(pass, core::kind_conduction, model->ID);
+    w.start(pass, model->ID);
     w.element = model->nbr_elements() - 1;
     ASSERT_EQ(model->compute_element_results(core::kind_conduction, core::result_heat_flux, w), no_error);
     ASSERT_GT(w.results.cols(), 0u);
@@ -164,7 +164,7 @@ TEST(element_loads, a_model_refuses_a_load_it_does_not_carry)
     core::element_work_type w;
     core::element_pass_type pass;
     pass.pos = m.pos;
-    w.start(pass, 0, solid->ID);
+    w.start(pass, solid->ID);
     w.element = 0;
     EXPECT_EQ(solid->compute_element_load(load_of(core::load_heat, {1.0}), w), invalid_data_error);
     EXPECT_EQ(solid->compute_element_load(load_of(core::load_pressure, {1.0}), w), invalid_data_error);
@@ -233,7 +233,7 @@ TEST(element_loads, line_loads_total_over_the_length)
         core::element_work_type w;
         core::element_pass_type pass;
         pass.pos = m.pos;
-        w.start(pass, 0, model->ID);
+        w.start(pass, model->ID);
         w.element = 0;
         EXPECT_EQ(model->compute_element_load(load_of(core::load_pressure, {1.0}), w), invalid_data_error);
     }

@@ -74,13 +74,14 @@ TEST(model_init, codes_and_what_a_model_says_of_itself)
     EXPECT_NEAR(small->get_mesh_size(m.pos), std::sqrt(3.0), 1e-15);
     EXPECT_TRUE(small->handles_field_family(core::kind_stiffness));
     EXPECT_FALSE(small->handles_field_family(core::kind_mass));
-    unsigned code = 0, kind = 0;
+    unsigned code = 0;
+    core::pass_kind kind = core::kind_none;
     small->get_result_field(core::result_stress, code, kind);
     EXPECT_EQ(code, 4000u);
     EXPECT_EQ(kind, core::kind_stiffness);
     small->get_result_field(3, code, kind);
     EXPECT_EQ(code, 0u);
-    EXPECT_EQ(kind, 0u);
+    EXPECT_EQ(kind, core::kind_none);
     unsigned counter = 5;
     EXPECT_EQ(small->add_nbr_elements(counter), 13u);
     EXPECT_EQ(small->find_model(small->ID).get(), small.get());

@@ -109,7 +109,7 @@ TEST_P(solid_shapes, patch_test_on_a_distorted_mesh)
     core::element_pass_type pass;
     pass.pos = m.pos;
     pass.U = U;
-    w.start(pass, core::kind_stiffness, model->ID);
+    w.start(pass, model->ID);
     double max_stress_error = 0.0;
     for (unsigned e = 0; e < model->nbr_elements(); ++e) {
         w.element = e;

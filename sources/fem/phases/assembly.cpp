@@ -25,7 +25,7 @@ DOF_values_view state_view(const FEM_real_states* states, unsigned col)
     return v;
 }
 
-bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind, element_pass_type pass,
+bool assemble_matrix(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
                      const numbering& n, indexed_sym_matrix& A, double& timer, double factor, bool add)
 {
     phase_timer t(timer);
@@ -45,7 +45,7 @@ bool assemble_matrix(run_state& run, numerical_model_base& model, unsigned kind,
     return e == no_error;
 }
 
-error_type assemble_vector(numerical_model_base& model, unsigned kind, element_pass_type pass,
+error_type assemble_vector(numerical_model_base& model, pass_kind kind, element_pass_type pass,
                            indexed_vector& target, double factor)
 {
     vector_assembler<indexed_vector> into(target, factor);
@@ -62,7 +62,7 @@ bool has_thermal_loads(const stress_super_mgr* s) noexcept
 }
 } // namespace
 
-error_type assemble_loads(const problem_data& problem, numerical_model_base& model, unsigned thermal_kind,
+error_type assemble_loads(const problem_data& problem, numerical_model_base& model, pass_kind thermal_kind,
                           unsigned i, double time, const DOF_values_view& state, indexed_vector& target,
                           unsigned& skipped)
 {
@@ -88,7 +88,7 @@ error_type assemble_loads(const problem_data& problem, numerical_model_base& mod
     return assemble_vector(model, thermal_kind, pass, target);
 }
 
-bool assemble_load_cases(run_state& run, numerical_model_base& model, unsigned thermal_kind, double time,
+bool assemble_load_cases(run_state& run, numerical_model_base& model, pass_kind thermal_kind, double time,
                          const DOF_values_view& state, FEM_real_states& U, double& timer)
 {
     {
@@ -115,7 +115,7 @@ bool assemble_load_cases(run_state& run, numerical_model_base& model, unsigned t
     return !run.failed() && !run.stop_requested();
 }
 
-error_type multiply_by_model(numerical_model_base& model, unsigned kind, element_pass_type pass,
+error_type multiply_by_model(numerical_model_base& model, pass_kind kind, element_pass_type pass,
                              const Ptr<vector_fast>& rows, const double* x, matrix_product_assembler::row_range x_rows,
                              double* y, matrix_product_assembler::row_range y_rows, double& energy)
 {

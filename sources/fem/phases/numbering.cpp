@@ -7,7 +7,7 @@
 
 namespace kelt::core {
 
-bool number_DOFs(run_state& run, const numerical_model_base& model, unsigned kind,
+bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind kind,
                  const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out, double& timer)
 {
     {

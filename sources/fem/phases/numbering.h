@@ -27,7 +27,7 @@ struct numbering {
 // not in `excluded`, in solver order, with the profile of their matrix (no
 // profile with `order_only`). Logs "Nbr free DOFs"; "Model error." on failure.
 // The time goes to `timer`.
-[[nodiscard]] bool number_DOFs(run_state& run, const numerical_model_base& model, unsigned kind,
+[[nodiscard]] bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind kind,
                                const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out,
                                double& timer);
 

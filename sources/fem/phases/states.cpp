@@ -4,7 +4,7 @@
 
 namespace kelt::core {
 
-bool commit_internal_states(run_state& run, numerical_model_base& model, unsigned kind, element_pass_type pass)
+bool commit_internal_states(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass)
 {
     pass.matrix = nullptr;
     pass.vector = nullptr;

@@ -9,7 +9,7 @@ namespace kelt::core {
 
 // One more pass of `kind` over the state in `pass.U`, with no assembler, after
 // which the states it computed become the committed ones. "FEM error." on failure.
-[[nodiscard]] bool commit_internal_states(run_state& run, numerical_model_base& model, unsigned kind,
+[[nodiscard]] bool commit_internal_states(run_state& run, numerical_model_base& model, pass_kind kind,
                                           element_pass_type pass);
 
 // Hands the internal states saved with a state column to the model ("Model

@@ -39,7 +39,7 @@ struct prescribed_layout {
 
 struct static_system {
     numerical_model_base& model;
-    unsigned kind; // of K
+    pass_kind kind; // of K
     const numbering& n;
     const prescribed_set& prescribed;
     const prescribed_layout& layout;
