@@ -63,7 +63,7 @@ static_run begin_static_run(run_state& run, const fem::solver_static_linear::set
     return r;
 }
 
-bool set_up_static(run_state& run, const numerical_model_base& model, unsigned kind, bool order_only,
+bool set_up_static(run_state& run, const numerical_model_base& model, pass_kind kind, bool order_only,
                    FEM_real_states& U, static_setup& s, fem::static_linear_outputs& out, double& time_numbering)
 {
     const unsigned cases = run.problem->nbr_load_cases();
@@ -83,7 +83,7 @@ bool set_up_static(run_state& run, const numerical_model_base& model, unsigned k
     return true;
 }
 
-bool assemble_static_loads(run_state& run, numerical_model_base& model, unsigned thermal_kind,
+bool assemble_static_loads(run_state& run, numerical_model_base& model, pass_kind thermal_kind,
                            const FEM_real_states* start, FEM_real_states& U, double& timer)
 {
     const problem_data& problem = *run.problem;
@@ -96,7 +96,7 @@ bool assemble_static_loads(run_state& run, numerical_model_base& model, unsigned
     return true;
 }
 
-bool solve_static(run_state& run, numerical_model_base& model, unsigned kind, const static_setup& s,
+bool solve_static(run_state& run, numerical_model_base& model, pass_kind kind, const static_setup& s,
                   const DOF_values_view& start, const factor_options& options, const gradient_settings& cg,
                   FEM_real_states& U, fem::static_linear_outputs& out, fem::static_linear_timers& timers)
 {

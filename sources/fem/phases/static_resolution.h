@@ -76,19 +76,19 @@ struct static_setup {
 // The prescribed DOFs of every case, the DOFs of `kind` numbered (those held in
 // every case left out), U sized, the memory checked, the counts and sizes into the
 // record; the numbering's time logged. False when the run must end.
-[[nodiscard]] bool set_up_static(run_state& run, const numerical_model_base& model, unsigned kind, bool order_only,
+[[nodiscard]] bool set_up_static(run_state& run, const numerical_model_base& model, pass_kind kind, bool order_only,
                                  FEM_real_states& U, static_setup& s, fem::static_linear_outputs& out,
                                  double& time_numbering);
 
 // Every column of U filled with its load case (thermal loads through passes of
 // `thermal_kind`) from the starting state, checked finite, its norm logged.
-[[nodiscard]] bool assemble_static_loads(run_state& run, numerical_model_base& model, unsigned thermal_kind,
+[[nodiscard]] bool assemble_static_loads(run_state& run, numerical_model_base& model, pass_kind thermal_kind,
                                          const FEM_real_states* start, FEM_real_states& U, double& timer);
 
 // K of `kind` assembled and factorised under `options` (a copy when some case
 // holds a DOF inside K, for the gradient multiplies by K as assembled), then every
 // case solved and checked finite, each phase logged.
-[[nodiscard]] bool solve_static(run_state& run, numerical_model_base& model, unsigned kind, const static_setup& s,
+[[nodiscard]] bool solve_static(run_state& run, numerical_model_base& model, pass_kind kind, const static_setup& s,
                                 const DOF_values_view& start, const factor_options& options,
                                 const gradient_settings& cg, FEM_real_states& U, fem::static_linear_outputs& out,
                                 fem::static_linear_timers& timers);
