@@ -188,7 +188,8 @@ result run_engine(const problem& p, unsigned threads)
 
     std::vector<double> x = p.mesh.load(p.free_IDs);
     t0 = clock_type::now();
-    core::forward(A, x.data(), threads);
+    double energy = 0.0;
+    if (core::forward(A, x.data(), threads, energy) != no_error) fail("forward solve");
     if (core::backward(A, x.data(), threads) != no_error) fail("backward solve");
     out.solve = seconds_since(t0);
 

@@ -42,7 +42,8 @@ outcome run_once(const bench::hexa8_block& mesh, const vector_fast& free_IDs, co
     out.factor = seconds_since(t0);
     std::vector<double> x = mesh.load(free_IDs);
     t0 = clock_type::now();
-    core::forward(A, x.data(), threads);
+    double energy = 0.0;
+    if (core::forward(A, x.data(), threads, energy) != no_error) return out;
     if (core::backward(A, x.data(), threads) != no_error) return out;
     out.solve = seconds_since(t0);
     out.tip = x[free_IDs.rank(mesh.tip_DOF())];

@@ -199,6 +199,7 @@ void packed_products(const packed_columns& A, unsigned i0, unsigned i1, const pa
 // Rows of a sub-panel: the triangular solve inside a panel goes by sub-panels,
 // dots inside each, products between them.
 constexpr unsigned sub_panel_rows = 16;
+static_assert(sub_panel_rows <= lower_solve_max_rows, "a sub-panel is solved by one call of lower_solve");
 
 // The panel's rows applied to the later columns at the panel's rows: a triangular
 // solve with the panel's finished columns, by sub-panels.
@@ -746,16 +747,16 @@ void for_cache_runs(const block_proxy_data& data, unsigned b0, unsigned b1, unsi
 
 } // namespace
 
-double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
+error_type forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads, double& energy)
 {
+    energy = 0.0;
     block_proxy_data* data = A.proxy();
-    if (!data) return 0.0;
+    if (!data) return no_error;
     block_cursor cursor(A, true);
-    double total = 0.0;
-    const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
-        forward_range(*data, x, b0, b1, nbr_threads, single_solve_tile, total);
+    if (cursor.error != no_error) return cursor.error;
+    return for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+        forward_range(*data, x, b0, b1, nbr_threads, single_solve_tile, energy);
     });
-    return e == no_error ? total : std::numeric_limits<double>::quiet_NaN();
 }
 
 error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads)
@@ -772,24 +773,23 @@ error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned n
 // Columns outermost would read the matrix once a column: each run of blocks that
 // fits the cache is read once and every column goes through it. Each column sees
 // its blocks in the same order as alone, so the runs change no result.
-void forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, double* energies,
-                   unsigned LLC_size, unsigned nbr_threads)
+error_type forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
+                         double* energies, unsigned LLC_size, unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
     for (unsigned j = 0; j < cols; ++j) energies[j] = 0.0;
-    if (!data) return;
+    if (!data) return no_error;
     block_cursor cursor(A, true);
+    if (cursor.error != no_error) return cursor.error;
     const int T = int(std::max(1u, std::min(nbr_threads, cols)));
     const unsigned tile = tiles_for(LLC_size).solve_tile;
-    const error_type e = cursor.error != no_error ? cursor.error : for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+    return for_windows(*data, true, [&](unsigned b0, unsigned b1) {
         for_cache_runs(*data, b0, b1, LLC_size, true, [&](unsigned c0, unsigned c1) {
 #pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
             for (unsigned j = 0; j < cols; ++j)
                 forward_range(*data, X + std::size_t(j) * ld, c0, c1, 1, tile, energies[j]);
         });
     });
-    if (e != no_error)
-        for (unsigned j = 0; j < cols; ++j) energies[j] = std::numeric_limits<double>::quiet_NaN();
 }
 
 error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
@@ -814,7 +814,7 @@ error_type solve_single(const symmetric_hybrid_OOC<double>& A, const double* b, 
 {
     const unsigned n = A.nbr_rows();
     if (x != b) std::copy(b, b + n, x);
-    energy = forward(A, x, nbr_threads);
+    if (auto e = forward(A, x, nbr_threads, energy); e != no_error) return e;
     if (auto e = backward(A, x, nbr_threads); e != no_error) return e;
     for (unsigned r : fixed_rows)
         if (r < n) x[r] = 0.0;

@@ -26,13 +26,14 @@ template <class Checker>
 [[nodiscard]] error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size,
                                    unsigned nbr_threads);
 
-// Solves L y = x, scales y by D⁻¹ in place, and returns xᵀ A⁻¹ x.
-double forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads);
+// Solves L y = x and scales y by D⁻¹ in place; `energy` gets xᵀ A⁻¹ x.
+[[nodiscard]] error_type forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads,
+                                 double& energy);
 // Solves Lᵀ z = y in place.
 [[nodiscard]] error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads);
 // The same on `cols` columns of leading dimension `ld`; energies[j] gets column j's.
-void forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, double* energies,
-                   unsigned LLC_size, unsigned nbr_threads);
+[[nodiscard]] error_type forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
+                                       double* energies, unsigned LLC_size, unsigned nbr_threads);
 [[nodiscard]] error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
                                         unsigned LLC_size, unsigned nbr_threads);
 // x = A⁻¹ b with the energy bᵀ A⁻¹ b; rows in `fixed_rows` are then set to 0.

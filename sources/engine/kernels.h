@@ -11,6 +11,10 @@
 
 namespace kelt::core {
 
+// Rows that one call of lower_solve can hold: the height of a sub-panel of the
+// factorisation is bound by it.
+inline constexpr unsigned lower_solve_max_rows = 16;
+
 struct kernel_table {
     const char* name;
     // sum over k < n of a_end[-1-k] * b_end[-1-k]

@@ -138,8 +138,7 @@ void lower_solve(unsigned nq, const double* L, unsigned count, double* const* co
 {
     for (unsigned t0 = 0; t0 < count; t0 += W) {
         const unsigned lanes = min2(W, count - t0);
-        vec X[16];
-        static_assert(sizeof X / sizeof X[0] == 16, "lower_solve holds at most 16 rows (nq): the factorisation's sub-panel height");
+        vec X[lower_solve_max_rows]; // nq <= lower_solve_max_rows
         for (unsigned r = 0; r < nq; ++r) {
             vec v = {};
             for (unsigned l = 0; l < lanes; ++l)

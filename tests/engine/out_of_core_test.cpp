@@ -246,8 +246,8 @@ TEST_P(out_of_core, gives_the_results_of_the_matrix_in_core)
         std::vector<double> X0(std::size_t(m.n) * cols), e0(cols), e1(cols);
         for (std::size_t k = 0; k < X0.size(); ++k) X0[k] = std::cos(0.7 * double(k));
         std::vector<double> X1 = X0, s0(X0.begin(), X0.begin() + m.n), s1 = s0;
-        forward_multi(m.in_core, X0.data(), m.n, cols, e0.data(), 1u << 20, c.threads);
-        forward_multi(m.on_disk, X1.data(), m.n, cols, e1.data(), 1u << 20, c.threads);
+        ASSERT_EQ(forward_multi(m.in_core, X0.data(), m.n, cols, e0.data(), 1u << 20, c.threads), no_error);
+        ASSERT_EQ(forward_multi(m.on_disk, X1.data(), m.n, cols, e1.data(), 1u << 20, c.threads), no_error);
         ASSERT_EQ(backward_multi(m.in_core, X0.data(), m.n, cols, 1u << 20, c.threads), no_error);
         ASSERT_EQ(backward_multi(m.on_disk, X1.data(), m.n, cols, 1u << 20, c.threads), no_error);
         double en0 = 0.0, en1 = 0.0;

@@ -45,7 +45,9 @@ TEST(pivots, one_by_one)
     EXPECT_EQ(checker.min_value, 4.0);
     EXPECT_EQ(checker.max_value, 4.0);
     double x = 2.0;
-    EXPECT_EQ(forward(A, &x, 1), 1.0);
+    double energy = 0.0;
+    EXPECT_EQ(forward(A, &x, 1, energy), no_error);
+    EXPECT_EQ(energy, 1.0);
     EXPECT_EQ(x, 0.5);
 }
 

@@ -125,12 +125,12 @@ bool solve_columns(run_state& run, const symmetric_hybrid_OOC<double>& A, double
     error_type e = no_error;
     if (strided) {
         const auto ld = unsigned(columns[1] - columns[0]);
-        forward_multi(A, columns[0], ld, count, energies, run.LLC_size(), run.threads());
-        e = backward_multi(A, columns[0], ld, count, run.LLC_size(), run.threads());
+        e = forward_multi(A, columns[0], ld, count, energies, run.LLC_size(), run.threads());
+        if (e == no_error) e = backward_multi(A, columns[0], ld, count, run.LLC_size(), run.threads());
     } else {
         for (unsigned j = 0; j < count && e == no_error; ++j) {
-            energies[j] = forward(A, columns[j], run.threads());
-            e = backward(A, columns[j], run.threads());
+            e = forward(A, columns[j], run.threads(), energies[j]);
+            if (e == no_error) e = backward(A, columns[j], run.threads());
         }
     }
     if (e != no_error) KELT_RAISE(run, e, "Solver error.");
