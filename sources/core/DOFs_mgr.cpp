@@ -13,9 +13,9 @@ constexpr unsigned no_place = 0xFFFFFFFFu;
 constexpr unsigned first_place(field_tag f) noexcept
 {
     switch (f) {
-    case displacement_tag: return 0;
-    case rotation_tag: return 3;
-    case temperature_tag: return 6;
+    case displacement_tag: return place_x;
+    case rotation_tag: return place_rx;
+    case temperature_tag: return place_temperature;
     }
     return no_place;
 }

@@ -35,6 +35,18 @@ struct packed_bits {
     void clear() noexcept;
 };
 
+// The places of a node's stride: three translations, three rotations, the
+// temperature; places 7 and 8 keep the stride at 9 and carry no field.
+enum DOF_place : unsigned {
+    place_x = 0,
+    place_y = 1,
+    place_z = 2,
+    place_rx = 3,
+    place_ry = 4,
+    place_rz = 5,
+    place_temperature = 6,
+};
+
 class DOFs_mgr : public ref_counted {
 public:
     static constexpr unsigned no_ID = 0xFFFFFFFFu;

@@ -238,8 +238,8 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
 }
 
 // The places of a node's DOFs that a family works on.
-inline constexpr unsigned translation_places[3] = {0, 1, 2};
-inline constexpr unsigned temperature_places[1] = {6};
+inline constexpr unsigned translation_places[3] = {place_x, place_y, place_z};
+inline constexpr unsigned temperature_places[1] = {place_temperature};
 
 // What every server holds: the physics, the transformer, and its points with their
 // shape data. An element has `Places` at each node, node by node.

@@ -6,6 +6,7 @@
 
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/problem.h"
+#include "kelt/core/DOFs_mgr.h"
 #include "kelt/fem/phases/report.h"
 #include "kelt/fem/phases/static_resolution.h"
 
@@ -46,10 +47,10 @@ void static_linear_run(run_state& run, const solver_static_linear::settings_type
         const dense1D<double, 8> col = U.col_read(i);
         double lo = 0.0, hi = 0.0;
         run.log(2, "%3d ||du||               : %+E \n", int(i), two_norm(col));
-        field_range(col, *U.IDs, 0, 2, lo, hi);
+        field_range(col, *U.IDs, place_x, place_z, lo, hi);
         run.log(2, "%3d max displacement     : %+E \n", int(i), hi);
         run.log(2, "%3d min displacement     : %+E \n", int(i), lo);
-        field_range(col, *U.IDs, 3, 5, lo, hi);
+        field_range(col, *U.IDs, place_rx, place_rz, lo, hi);
         run.log(2, "%3d max rotation         : %+E \n", int(i), hi);
         run.log(2, "%3d min rotation         : %+E \n", int(i), lo);
         run.log(2, "%3d elastic energy       : %+E \n", int(i), data.energies[i]);

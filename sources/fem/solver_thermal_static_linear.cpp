@@ -5,6 +5,7 @@
 
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/problem.h"
+#include "kelt/core/DOFs_mgr.h"
 #include "kelt/fem/phases/report.h"
 #include "kelt/fem/phases/static_resolution.h"
 
@@ -42,7 +43,7 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
         const dense1D<double, 8> col = U.col_read(i);
         double lo = 0.0, hi = 0.0;
         run.log(2, "%3d ||dTH||              : %+E \n", int(i), two_norm(col));
-        field_range(col, *U.IDs, 6, 8, lo, hi);
+        field_range(col, *U.IDs, place_temperature, DOFs_mgr::nbr_places - 1, lo, hi); // 7 and 8 read as temperature
         run.log(2, "%3d max temperature      : %+E \n", int(i), hi);
         run.log(2, "%3d min temperature      : %+E \n", int(i), lo);
     }
