@@ -208,7 +208,13 @@ struct table_rule : local_point {
             if (r.n == n) return &r;
         return nullptr;
     }
-    static constexpr bool valid(unsigned n) noexcept { return row(n) != nullptr; }
+    // Compares counts, not pointers: a sanitised build cannot fold a pointer test.
+    static constexpr bool valid(unsigned n) noexcept
+    {
+        for (const gauss_tables::rule_row& r : Rows)
+            if (r.n == n) return true;
+        return false;
+    }
     static constexpr unsigned degree(unsigned n) noexcept { return valid(n) ? row(n)->degree : 0; }
 
     constexpr table_rule(unsigned i, unsigned n) noexcept
