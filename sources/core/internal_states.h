@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <unordered_map>
 
+#include "kelt/core/fnv1a_hash.h"
 #include "kelt/core/ref_counted.h"
 #include "kelt/math/dense1D.h"
 
@@ -36,18 +37,8 @@ struct internal_states_block {
     }
 };
 
-// FNV-1a over the four bytes of a model identifier.
-struct model_ID_hash {
-    std::size_t operator()(unsigned ID) const noexcept
-    {
-        std::uint32_t h = 2166136261u;
-        for (unsigned k = 0; k < 4; ++k) {
-            h ^= (ID >> (8 * k)) & 0xFFu;
-            h *= 16777619u;
-        }
-        return h;
-    }
-};
+// The blocks of the store, by model identifier.
+using model_ID_hash = fnv1a_hash;
 
 // The states of every (element, integration point) of one model, `stride` values
 // an element. Element passes read the committed values and write the trial ones,

@@ -9,24 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "kelt/core/fnv1a_hash.h"
 #include "kelt/core/types.h"
 #include "kelt/core/vector_fast.h"
 #include "kelt/math/dense1D.h"
 
 namespace kelt::core {
-
-// FNV-1a over the four bytes of a column, low byte first.
-struct fnv1a_hash {
-    std::size_t operator()(unsigned key) const noexcept
-    {
-        std::uint32_t h = 0x811C9DC5u;
-        for (int b = 0; b < 4; ++b) {
-            h ^= (key >> (8 * b)) & 0xFFu;
-            h *= 16777619u;
-        }
-        return h;
-    }
-};
 
 struct ordering_graph_type {
     std::vector<unsigned> xadj;          // vertices + 1 offsets; no self loops
