@@ -12,30 +12,6 @@ namespace kelt::core {
 
 namespace {
 
-constexpr unsigned no_ID = 0xFFFFFFFFu;
-
-// The identifier of a nodal component; a foreign tag gives node x 9 - 1, the place
-// before the node's first (for node 0 the 32-bit arithmetic gives no_ID, which no
-// DOF has). False when the identifier does not fit.
-bool nodal_ID(unsigned node, field_tag f, unsigned comp, unsigned& ID)
-{
-    if (f == displacement_tag || f == rotation_tag || f == temperature_tag)
-        ID = DOFs_mgr::ID(node, f, comp);
-    else if (node == 0)
-        return ID = no_ID, true;
-    else
-        ID = DOFs_mgr::place_ID(node - 1, DOFs_mgr::nbr_places - 1);
-    return ID != no_ID;
-}
-
-// The six identifiers of a node's translations and rotations; false when the last
-// one does not fit, so that a batch is refused whole.
-bool nodal_IDs(unsigned node, unsigned (&IDs)[6])
-{
-    for (unsigned c = 0; c < 6; ++c) IDs[c] = DOFs_mgr::place_ID(node, c);
-    return IDs[5] != no_ID;
-}
-
 void push(dense1D<DOF_value, 8>& list, unsigned ID, double value, unsigned func)
 {
     list.push_back(DOF_value{ID, func, value});
@@ -73,49 +49,6 @@ error_type loads_mgr::record_values(load_list which, const dense1D<unsigned, 8>&
     if (!list.reserve(list.size() + IDs.size(), 2)) return no_error; // dropped whole, as push_back drops
     for (unsigned i = 0; i < IDs.size(); ++i) push(list, IDs[i], values[i], funcs ? (*funcs)[i] : func);
     return no_error;
-}
-
-error_type loads_mgr::record_nodal(dense1D<DOF_value, 8>& list, unsigned node, field_tag f, unsigned comp,
-                                   double value, unsigned func)
-{
-    unsigned ID;
-    if (!nodal_ID(node, f, comp, ID)) return invalid_data_error;
-    push(list, ID, value, func);
-    return no_error;
-}
-
-error_type loads_mgr::record_nodal_six(dense1D<DOF_value, 8>& list, unsigned node, const vector_fixed<double, 3>& A,
-                                       const vector_fixed<double, 3>& B, unsigned func)
-{
-    unsigned IDs[6];
-    if (!nodal_IDs(node, IDs)) return invalid_data_error;
-    if (!list.reserve(list.size() + 6, 2)) return no_error;
-    for (unsigned c = 0; c < 3; ++c) push(list, IDs[c], A[c], func);
-    for (unsigned c = 0; c < 3; ++c) push(list, IDs[3 + c], B[c], func);
-    return no_error;
-}
-
-error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)
-{
-    return record_nodal(DOF_loads, node, f, comp, value, func);
-}
-
-error_type loads_mgr::record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
-                                        const vector_fixed<double, 3>& M, unsigned func)
-{
-    return record_nodal_six(DOF_loads, node, F, M, func);
-}
-
-error_type loads_mgr::record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
-                                                    unsigned func)
-{
-    return record_nodal(prescribed_values, node, f, comp, value, func);
-}
-
-error_type loads_mgr::record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
-                                                     const vector_fixed<double, 3>& R, unsigned func)
-{
-    return record_nodal_six(prescribed_values, node, U, R, func);
 }
 
 bool loads_mgr::store_load(const elementary_load& load, unsigned func, double factor, unsigned& index)
@@ -156,7 +89,7 @@ void loads_mgr::add_NM_load(unsigned func, const NM_load_record& record)
 
 error_type loads_mgr::record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load, unsigned func)
 {
-    if (load.is_zero() || NM_ID == no_ID || element == no_ID) return no_error;
+    if (load.is_zero() || NM_ID == DOFs_mgr::no_ID || element == DOFs_mgr::no_ID) return no_error;
     unsigned index;
     if (store_load(load, func, 1.0, index)) add_NM_load(func, NM_load_record{NM_ID, element, index});
     return no_error;

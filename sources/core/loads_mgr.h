@@ -45,20 +45,12 @@ public:
 
     // Recording checks no identifier and no function index. Memory shortage drops
     // a record, as push_back does; a batch is recorded whole or not at all. The
-    // record_DOF_ forms come from DOF_load_recording through these two.
+    // record_DOF_ and record_nodal_ forms come from DOF_load_recording through
+    // these two.
     [[nodiscard]] error_type record_value(load_list which, unsigned ID, double value, unsigned func);
     [[nodiscard]] error_type record_values(load_list which, const dense1D<unsigned, 8>& IDs,
                                            const dense1D<double, 8>& values, const dense1D<unsigned, 8>* funcs,
                                            unsigned func);
-    // A foreign tag lands on identifier node x 9 - 1, a place that no field uses.
-    [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
-    // F on the three translations and M on the three rotations: six records.
-    [[nodiscard]] error_type record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
-                                               const vector_fixed<double, 3>& M, unsigned func);
-    [[nodiscard]] error_type record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
-                                                           unsigned func);
-    [[nodiscard]] error_type record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
-                                                            const vector_fixed<double, 3>& R, unsigned func);
     // Nothing is recorded for an all-zero load or a missing model or element.
     [[nodiscard]] error_type record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load,
                                             unsigned func);
@@ -89,12 +81,6 @@ public:
     dense1D<DOF_value, 8> prescribed_values;
 
 private:
-    // One record, or six on a node's translations and rotations; a node whose
-    // identifiers do not fit is refused with invalid_data_error.
-    static error_type record_nodal(dense1D<DOF_value, 8>& list, unsigned node, field_tag f, unsigned comp,
-                                   double value, unsigned func);
-    static error_type record_nodal_six(dense1D<DOF_value, 8>& list, unsigned node, const vector_fixed<double, 3>& A,
-                                       const vector_fixed<double, 3>& B, unsigned func);
     // Index of an entry equal to `load` among the last ones, or of a deep copy of
     // it appended, scaled by `factor`, with function `func`. False when memory fails.
     bool store_load(const elementary_load& load, unsigned func, double factor, unsigned& index);

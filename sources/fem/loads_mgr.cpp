@@ -34,29 +34,6 @@ error_type loads_mgr::record_values(core::load_list which, const dense1D<unsigne
     return call<lm>(*this, [&](lm& l) { return l.record_values(which, IDs, values, funcs, func); });
 }
 
-error_type loads_mgr::record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_nodal_load(node, f, comp, value, func); });
-}
-
-error_type loads_mgr::record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
-                                        const vector_fixed<double, 3>& M, unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_nodal_load(node, F, M, func); });
-}
-
-error_type loads_mgr::record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
-                                                    unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_nodal_prescribed_value(node, f, comp, value, func); });
-}
-
-error_type loads_mgr::record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
-                                                     const vector_fixed<double, 3>& R, unsigned func)
-{
-    return call<lm>(*this, [&](lm& l) { return l.record_nodal_prescribed_values(node, U, R, func); });
-}
-
 error_type loads_mgr::record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load, unsigned func)
 {
     return call<lm>(*this, [&](lm& l) { return l.record_NM_load(NM_ID, element, load, func); });

@@ -28,17 +28,6 @@ public:
     // A new, empty load case on the context; the old one is released.
     void create(context& ctx);
 
-    // A tag that is no field records on identifier node x 9 - 1, which no field uses.
-    // A node whose identifier does not fit in 32 bits is refused with
-    // invalid_data_error, the six-record forms whole.
-    [[nodiscard]] error_type record_nodal_load(unsigned node, field_tag f, unsigned comp, double value, unsigned func);
-    // Force on the translations and moment on the rotations of a node: six records.
-    [[nodiscard]] error_type record_nodal_load(unsigned node, const vector_fixed<double, 3>& F,
-                                               const vector_fixed<double, 3>& M, unsigned func);
-    [[nodiscard]] error_type record_nodal_prescribed_value(unsigned node, field_tag f, unsigned comp, double value,
-                                                           unsigned func);
-    [[nodiscard]] error_type record_nodal_prescribed_values(unsigned node, const vector_fixed<double, 3>& U,
-                                                            const vector_fixed<double, 3>& R, unsigned func);
     // A load on element `element` of model `NM_ID`. An all-zero load is not kept;
     // equal loads on consecutive elements share one copy.
     [[nodiscard]] error_type record_NM_load(unsigned NM_ID, unsigned element, const elementary_load& load,
