@@ -10,8 +10,27 @@
 namespace kelt::core {
 
 namespace {
+
 constexpr unsigned none = 0xFFFFFFFFu;
+
+// Compressed rows in two passes of the same walk: one counts each row's entries,
+// the other writes them. `mark`, which the walk uses to take an entry once per
+// row, is reset between the passes.
+template <class Walk>
+void compressed_rows(unsigned n, Walk&& walk, std::vector<unsigned>& mark, std::vector<unsigned>& xadj,
+                     std::vector<unsigned>& adjncy)
+{
+    for (unsigned i = 0; i < n; ++i) walk(i, [&](unsigned) { ++xadj[i + 1]; });
+    std::partial_sum(xadj.begin(), xadj.end(), xadj.begin());
+    adjncy.resize(xadj[n]);
+    std::fill(mark.begin(), mark.end(), none);
+    for (unsigned i = 0; i < n; ++i) {
+        unsigned at = xadj[i];
+        walk(i, [&](unsigned j) { adjncy[at++] = j; });
+    }
 }
+
+} // namespace
 
 error_type DOF_graph(const std::vector<unsigned>& element_ptr, std::vector<unsigned>& element_DOFs,
                      const vector_fast& free_IDs, DOF_graph_type& graph)
@@ -49,14 +68,7 @@ error_type DOF_graph(const std::vector<unsigned>& element_ptr, std::vector<unsig
                 }
             }
         };
-        for (unsigned i = 0; i < n; ++i) walk(i, [&](unsigned) { ++graph.xadj[i + 1]; });
-        std::partial_sum(graph.xadj.begin(), graph.xadj.end(), graph.xadj.begin());
-        graph.adjncy.resize(graph.xadj[n]);
-        std::fill(mark.begin(), mark.end(), none);
-        for (unsigned i = 0; i < n; ++i) {
-            unsigned at = graph.xadj[i];
-            walk(i, [&](unsigned j) { graph.adjncy[at++] = j; });
-        }
+        compressed_rows(n, walk, mark, graph.xadj, graph.adjncy);
         // The element arrays are not needed any more.
         element_DOFs.clear();
         element_DOFs.shrink_to_fit();
@@ -125,14 +137,7 @@ error_type compress_graph(const std::vector<unsigned>& xadj, const std::vector<u
                 }
             }
         };
-        for (unsigned g = 0; g < groups; ++g) walk(g, [&](unsigned) { ++graph.xadj[g + 1]; });
-        std::partial_sum(graph.xadj.begin(), graph.xadj.end(), graph.xadj.begin());
-        graph.adjncy.resize(graph.xadj[groups]);
-        std::fill(gmark.begin(), gmark.end(), none);
-        for (unsigned g = 0; g < groups; ++g) {
-            unsigned at = graph.xadj[g];
-            walk(g, [&](unsigned h) { graph.adjncy[at++] = h; });
-        }
+        compressed_rows(groups, walk, gmark, graph.xadj, graph.adjncy);
         return no_error;
     } catch (const std::bad_alloc&) {
         return memory_error;
