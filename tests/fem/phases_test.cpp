@@ -14,59 +14,37 @@
 #include "kelt/fem/phases/problem.h"
 #include "kelt/fem/phases/static_resolution.h"
 #include "kelt/engine/multiply.h"
+#include "support/solid_problems.h"
 
 using namespace kelt;
 using namespace kelt::core;
+using namespace kelt::test;
 
 namespace {
 
 // A bar of n hexa8 along x, 1 x 1 in section, clamped at x = 0, pulled down at
-// its far end in one load case.
+// its far end in one load case, with a mass model on the same mesh.
 struct bar {
-    explicit bar(unsigned n) : pos(3, 4 * (n + 1)), cells(8, n), DOFs(4 * (n + 1), true)
+    explicit bar(unsigned n) : m(box_mesh(element_hexa8, {double(n), 1.0, 1.0}, {n, 1, 1}))
     {
-        for (unsigned i = 0; i <= n; ++i)
-            for (unsigned k = 0; k < 4; ++k) {
-                const unsigned node = 4 * i + k;
-                pos(0, node) = double(i), pos(1, node) = double(k == 1 || k == 2), pos(2, node) = double(k >= 2);
-                if (i == 0) (void)DOFs.set(node, displacement_tag, false);
-            }
-        // Section node k at (y, z) = (0,0), (1,0), (1,1), (0,1); a hexa8 runs
-        // x, then y, then z.
-        const unsigned section[8] = {0, 0, 1, 1, 3, 3, 2, 2}, ahead[8] = {0, 1, 1, 0, 0, 1, 1, 0};
-        for (unsigned e = 0; e < n; ++e)
-            for (unsigned l = 0; l < 8; ++l) cells(l, e) = 4 * (e + ahead[l]) + section[l];
-        dense1D<double, 8> steel;
-        steel.push_back(1000.0), steel.push_back(0.25), steel.push_back(0.0);
-        EXPECT_EQ(law.init(steel), no_error);
-        EXPECT_EQ(solid.init(law), no_error);
-        EXPECT_EQ(stiff.init(ctx, solid, cells, element_hexa8), no_error);
-        EXPECT_EQ(density.init(rho), no_error);
-        EXPECT_EQ(inertia.init(density), no_error);
-        EXPECT_EQ(mass.init(ctx, inertia, cells, element_hexa8), no_error);
-        problem = fem::problem_data(ctx, pos, DOFs, stiff.get_ID(), 1);
-        for (unsigned k = 0; k < 4; ++k)
-            (void)problem.get_loads_mgr(0).record_DOF_load(fem::DOFs_mgr::ID(4 * n + k, displacement_tag, 2), -0.25,
-                                                           0xFFFFFFFFu);
+        fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.pos(0, node) == 0.0) (void)DOFs.set(node, displacement_tag, false);
+        problem = fem::problem_data(t.ctx, m.pos, DOFs, stiff, 1);
+        for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+            if (m.pos(0, node) == double(n)) (void)problem.get_loads_mgr(0).record_DOF_load(dof(node, 2), -0.25, no_func);
     }
     core::problem_data& core_problem() { return *static_cast<core::problem_data*>(fem::core_of(problem)); }
-    numerical_model_base& model_of(const fem::numerical_model_base& m)
+    numerical_model_base& model(unsigned ID)
     {
-        return *static_cast<core::context_type*>(fem::core_of(ctx))->numerical_models_mgr->get_NM(m.get_ID());
+        return *static_cast<core::context_type*>(fem::core_of(t.ctx))->numerical_models_mgr->get_NM(ID);
     }
 
     const double rho = 2.5;
-    fem::context ctx;
-    dense2D<double> pos;
-    dense2D<unsigned> cells;
-    fem::DOFs_mgr DOFs;
-    fem::law_solid_StVenant law;
-    fem::model_solid_lin solid;
-    fem::numerical_model_stiff_lin stiff{ctx};
-    fem::law_scalar density;
-    fem::model_solid_mass inertia;
-    fem::numerical_model_mass mass{ctx};
-    fem::problem_data problem{ctx};
+    test_context t;
+    mesh m;
+    unsigned stiff = t.solid(m, 1000.0, 0.25), mass = t.mass(m, rho);
+    fem::problem_data problem{t.ctx};
 };
 
 struct recorded_run {
@@ -84,11 +62,11 @@ TEST(phases, stiffness_and_mass_of_one_model_give_the_static_solution_and_the_ma
     recorded_run r(b.core_problem());
     double timer = 0.0;
     numbering n;
-    ASSERT_TRUE(number_DOFs(r.run, b.model_of(b.stiff), kind_stiffness, {}, false, n, timer));
+    ASSERT_TRUE(number_DOFs(r.run, b.model(b.stiff), kind_stiffness, {}, false, n, timer));
     EXPECT_EQ(n.size(), 3u * 4u * 6u);
     indexed_sym_matrix K, M;
-    ASSERT_TRUE(assemble_matrix(r.run, b.model_of(b.stiff), kind_stiffness, make_pass(b.core_problem()), n, K, timer));
-    ASSERT_TRUE(assemble_matrix(r.run, b.model_of(b.mass), kind_mass, make_pass(b.core_problem()), n, M, timer));
+    ASSERT_TRUE(assemble_matrix(r.run, b.model(b.stiff), kind_stiffness, make_pass(b.core_problem()), n, K, timer));
+    ASSERT_TRUE(assemble_matrix(r.run, b.model(b.mass), kind_mass, make_pass(b.core_problem()), n, M, timer));
 
     // A rigid translation carries the mass of the free nodes' share: along each
     // axis tᵀ M t is the same, and K t vanishes away from the clamped face.
@@ -110,7 +88,7 @@ TEST(phases, stiffness_and_mass_of_one_model_give_the_static_solution_and_the_ma
     FEM_real_states U;
     prescribed_layout layout;
     ASSERT_TRUE(size_static_states(r.run, U, n, collect_prescribed(b.core_problem()), 1, layout));
-    ASSERT_TRUE(assemble_load_cases(r.run, b.model_of(b.stiff), kind_stiffness, 0.0, {}, U, timer));
+    ASSERT_TRUE(assemble_load_cases(r.run, b.model(b.stiff), kind_stiffness, 0.0, {}, U, timer));
     factor_report report;
     ASSERT_TRUE(factorise(r.run, K.matrix, n, {}, report, timer));
     EXPECT_EQ(report.pivot_min, data.pivot_min);
@@ -125,8 +103,8 @@ TEST(phases, stiffness_and_mass_of_one_model_give_the_static_solution_and_the_ma
     // negative pivots, and s between two such counts brackets a mode.
     auto below = [&](double s) {
         indexed_sym_matrix A;
-        EXPECT_TRUE(assemble_matrix(r.run, b.model_of(b.stiff), kind_stiffness, make_pass(b.core_problem()), n, A, timer));
-        EXPECT_TRUE(assemble_matrix(r.run, b.model_of(b.mass), kind_mass, make_pass(b.core_problem()), n, A, timer, -s, true));
+        EXPECT_TRUE(assemble_matrix(r.run, b.model(b.stiff), kind_stiffness, make_pass(b.core_problem()), n, A, timer));
+        EXPECT_TRUE(assemble_matrix(r.run, b.model(b.mass), kind_mass, make_pass(b.core_problem()), n, A, timer, -s, true));
         factor_options count;
         count.policy = pivot_policy::count_below;
         factor_report rep;

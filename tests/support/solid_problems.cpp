@@ -166,6 +166,13 @@ unsigned test_context::conduction(const mesh& m, double k)
     return model_on<fem::numerical_model_heat_conduction, fem::model_heat_conduction_3d>(ctx, law, m);
 }
 
+unsigned test_context::mass(const mesh& m, double density)
+{
+    fem::law_scalar law;
+    EXPECT_EQ(law.init(density), no_error);
+    return model_on<fem::numerical_model_mass, fem::model_solid_mass>(ctx, law, m);
+}
+
 unsigned test_context::composite(std::initializer_list<unsigned> IDs)
 {
     fem::numerical_model_composite c(ctx);

@@ -39,6 +39,7 @@ struct test_context {
 
     unsigned solid(const mesh& m, double E, double nu);
     unsigned conduction(const mesh& m, double k);
+    unsigned mass(const mesh& m, double density);
     unsigned composite(std::initializer_list<unsigned> IDs);
     fem::problem_data problem(mesh& m, unsigned model, unsigned cases);
 
