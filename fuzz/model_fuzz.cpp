@@ -164,26 +164,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fem::problem_data problem(ctx, pos, DOFs, model_ID, cases);
     for (unsigned c = 0; c < cases; ++c) record_loads(in, problem.get_loads_mgr(c), nodes, model_ID, elements);
 
-    error_type result = no_error;
     const bool RHS_only = in.below(8) == 0, force = in.flag();
     const unsigned iterations = in.below(20);
-    if (thermal) {
-        fem::solver_thermal_static_linear solver;
+    auto run_with = [&](auto solver) {
         solver.settings.RHS_only = RHS_only;
         solver.settings.force_pivots = force;
         solver.settings.CG_max_iters = iterations;
-        fem::solver_thermal_static_linear::data_type run(problem);
+        fem::solver_static_linear::data_type run(problem); // the thermal solver's record too
         solver.run(run);
-        result = run.error_code;
-    } else {
-        fem::solver_static_linear solver;
-        solver.settings.RHS_only = RHS_only;
-        solver.settings.force_pivots = force;
-        solver.settings.CG_max_iters = iterations;
-        fem::solver_static_linear::data_type run(problem);
-        solver.run(run);
-        result = run.error_code;
-    }
+        return run.error_code;
+    };
+    const error_type result =
+        thermal ? run_with(fem::solver_thermal_static_linear()) : run_with(fem::solver_static_linear());
     require_known(result, "run");
     // Models and the context hold each other: the registry breaks the ring.
     ctx.the_NM_mgr().clear();

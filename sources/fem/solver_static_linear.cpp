@@ -45,14 +45,9 @@ void static_linear_run(run_state& run, const solver_static_linear::settings_type
 
     for (unsigned i = 0; i < U.cols(); ++i) {
         const dense1D<double, 8> col = U.col_read(i);
-        double lo = 0.0, hi = 0.0;
         run.log(2, "%3d ||du||               : %+E \n", int(i), two_norm(col));
-        field_range(col, *U.IDs, place_x, place_z, lo, hi);
-        run.log(2, "%3d max displacement     : %+E \n", int(i), hi);
-        run.log(2, "%3d min displacement     : %+E \n", int(i), lo);
-        field_range(col, *U.IDs, place_rx, place_rz, lo, hi);
-        run.log(2, "%3d max rotation         : %+E \n", int(i), hi);
-        run.log(2, "%3d min rotation         : %+E \n", int(i), lo);
+        log_field_extremes(run, i, "displacement", col, *U.IDs, place_x, place_z);
+        log_field_extremes(run, i, "rotation", col, *U.IDs, place_rx, place_rz);
         run.log(2, "%3d elastic energy       : %+E \n", int(i), data.energies[i]);
     }
     data.time_total = wall_clock() - r.start_time;

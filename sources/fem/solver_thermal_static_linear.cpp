@@ -41,11 +41,9 @@ void thermal_static_linear_run(run_state& run, const solver_thermal_static_linea
 
     for (unsigned i = 0; i < U.cols(); ++i) {
         const dense1D<double, 8> col = U.col_read(i);
-        double lo = 0.0, hi = 0.0;
         run.log(2, "%3d ||dTH||              : %+E \n", int(i), two_norm(col));
-        field_range(col, *U.IDs, place_temperature, DOFs_mgr::nbr_places - 1, lo, hi); // 7 and 8 read as temperature
-        run.log(2, "%3d max temperature      : %+E \n", int(i), hi);
-        run.log(2, "%3d min temperature      : %+E \n", int(i), lo);
+        // Places 7 and 8 carry no field and read as temperature.
+        log_field_extremes(run, i, "temperature", col, *U.IDs, place_temperature, DOFs_mgr::nbr_places - 1);
     }
     data.time_total = wall_clock() - r.start_time;
     run.log(0, "Total computing time               : %10.2f s.\n\n", data.time_total);

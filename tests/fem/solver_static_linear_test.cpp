@@ -175,6 +175,8 @@ TEST(solver_static_linear, cantilever_deflects_as_a_timoshenko_beam)
     for (const auto& [ID, f] : beam.forces) work += f * value(data.U, ID, 0);
     EXPECT_NEAR(data.energies[0], 0.5 * work, 1e-10 * std::fabs(work));
     EXPECT_TRUE(c.has("STATIC LINEAR RUN (KELT FEM 4.4.0.0) (1 RHS)\n"));
+    for (const char* line : {"  0 max displacement     : ", "  0 min rotation         : +0.000000E+00 \n"})
+        EXPECT_TRUE(c.has(line)) << line;
     EXPECT_TRUE(c.has("Total computing time"));
 }
 
@@ -383,6 +385,7 @@ TEST(solver_thermal_static_linear, held_ends_and_a_flux_give_a_linear_temperatur
     ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
     EXPECT_EQ(data.nbr_prescribed_in_K, 4u); // the hot end, held by case 0 only
     EXPECT_TRUE(c.has("THERMAL STATIC LINEAR RUN (KELT FEM 4.4.0.0) (2 RHS)\n"));
+    EXPECT_TRUE(c.has("  1 max temperature      : "));
     EXPECT_TRUE(c.has("  0 max temperature      : +1.200000E+02 \n"));
     EXPECT_FALSE(c.has("  0 elastic energy"));
     double worst = 0.0;

@@ -61,9 +61,9 @@ void raise_allocation_error(run_state& run, error_type code, const char* file, i
 [[nodiscard]] bool copy_for_factor(run_state& run, const indexed_sym_matrix& A, const numbering& n,
                                    indexed_sym_matrix& copy);
 
-// Columns X[j * ld .. j * ld + A's order) for j < count replaced by A⁻¹ X; each
-// column's xᵀ A⁻¹ x in energies[j]. Columns that are not evenly spaced are
-// given as `columns`. "Solver error." on failure.
+// The `count` columns x (each of A's order) replaced by A⁻¹ x, each column's
+// xᵀ A⁻¹ x in energies[j]: at once when they are evenly spaced in memory, else
+// one at a time. "Solver error." on failure.
 [[nodiscard]] bool solve_columns(run_state& run, const symmetric_hybrid_OOC<double>& A, double* const* columns,
                                  unsigned count, double* energies);
 

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "kelt/core/DOFs_mgr.h"
+#include "kelt/fem/solver_frame.h"
 
 namespace kelt::core {
 
@@ -13,6 +14,10 @@ double two_norm(const dense1D<double, 8>& v) noexcept
     return std::sqrt(s);
 }
 
+namespace {
+
+// The extremes over the rows of a column whose DOF place lies in [first_place,
+// last_place]; both 0 when there is none.
 void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigned first_place, unsigned last_place,
                  double& lo, double& hi) noexcept
 {
@@ -26,6 +31,17 @@ void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigne
         if (!any || v > hi) hi = v;
         any = true;
     }
+}
+
+} // namespace
+
+void log_field_extremes(const run_state& run, unsigned i, const char* name, const dense1D<double, 8>& col,
+                        const vector_fast& rows, unsigned first_place, unsigned last_place)
+{
+    double lo = 0.0, hi = 0.0;
+    field_range(col, rows, first_place, last_place, lo, hi);
+    run.log(2, "%3d max %-17s: %+E \n", int(i), name, hi);
+    run.log(2, "%3d min %-17s: %+E \n", int(i), name, lo);
 }
 
 } // namespace kelt::core
