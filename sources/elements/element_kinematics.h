@@ -240,6 +240,8 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
 // The places of a node's DOFs that a family works on.
 inline constexpr unsigned translation_places[3] = {place_x, place_y, place_z};
 inline constexpr unsigned temperature_places[1] = {place_temperature};
+// Beams and shells: three translations, then three rotations, at each node.
+inline constexpr unsigned six_places[6] = {place_x, place_y, place_z, place_rx, place_ry, place_rz};
 
 // What every server holds: the physics, the transformer, and its points with their
 // shape data. An element has `Places` at each node, node by node.
