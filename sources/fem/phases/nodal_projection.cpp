@@ -59,6 +59,18 @@ bool element_rows(const element_work_type& w, dense1D<unsigned, 8>& IDs)
     return true;
 }
 
+// A rule with fewer points than nodes, or a weight not positive (the stiffness
+// rules of the tetrahedra), gives a singular or indefinite w N Nᵀ: such an element
+// shares its volume equally among its nodes instead, with its weighted mean value,
+// which still holds a constant field exactly.
+bool deficient(const element_work_type& w)
+{
+    if (w.results.cols() < w.point_nodes.size()) return true;
+    for (unsigned p = 0; p < w.weights.size(); ++p)
+        if (!(w.weights[p] > 0.0)) return true;
+    return false;
+}
+
 // M += sum over points of w N Nᵀ.
 class nodal_matrix_assembler final : public result_assembler_base {
 public:
@@ -73,6 +85,12 @@ public:
         const unsigned n = IDs.size();
         if (!Me.resize(n)) throw std::bad_alloc();
         Me = 0.0;
+        if (deficient(w)) {
+            double volume = 0.0;
+            for (unsigned p = 0; p < w.weights.size(); ++p) volume += w.weights[p];
+            for (unsigned a = 0; a < n; ++a) Me(a, a) = volume / n;
+            return into.add_symmetric(Me, IDs, true);
+        }
         for (unsigned p = 0; p < w.results.cols(); ++p)
             for (unsigned b = 0; b < n; ++b)
                 for (unsigned a = 0; a <= b; ++a)
@@ -101,6 +119,7 @@ public:
     {
         if (!element_rows(w, IDs)) return element_type_error;
         double v[16] = {};
+        const bool shared = deficient(w);
         for (unsigned p = 0; p < w.results.cols(); ++p) {
             point_values(w.results, p, v);
             for (unsigned c = 0; c < field.count; ++c) {
@@ -108,7 +127,8 @@ public:
                 if (col.size() != rhs.rows()) return memory_error;
                 for (unsigned a = 0; a < IDs.size(); ++a) {
                     const unsigned r = n.free_IDs->rank(IDs[a]);
-                    if (r < col.size()) col[r] += w.weights[p] * w.point_shapes(a, p) * v[c];
+                    const double N = shared ? 1.0 / IDs.size() : w.point_shapes(a, p);
+                    if (r < col.size()) col[r] += w.weights[p] * N * v[c];
                 }
             }
         }
