@@ -170,6 +170,50 @@ INSTANTIATE_TEST_SUITE_P(volumes, nodal_patch,
                          testing::Values(element_tetra4, element_pyramid5, element_wedge6, element_hexa8,
                                          element_tetra10, element_pyramid14, element_wedge18, element_hexa27));
 
+// Lamé's thick cylinder under inner pressure, plane strain: the exact
+// displacements on a quarter annulus of hexa27, and the hoop stress recovered at
+// the bore against p (b² + a²) / (b² - a²).
+TEST(solver_stress_nodal, Lame_hoop_stress_at_the_bore)
+{
+    const double a = 1.0, b = 2.0, p = 10.0, pi = std::acos(-1.0);
+    test_context t;
+    mesh m = box_mesh(element_hexa27, {1, 1, 0.5}, {8, 6, 1});
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n) {
+        const double r = a + m.pos(0, n) * (b - a), q = m.pos(1, n) * pi / 2;
+        m.pos(0, n) = r * std::cos(q);
+        m.pos(1, n) = r * std::sin(q);
+    }
+    fem::problem_data problem = t.problem(m, t.solid(m, E, nu), 1);
+    const double A = p * a * a / (b * b - a * a), B = A * b * b;
+    dense1D<unsigned, 8> IDs;
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+        for (unsigned k = 0; k < 3; ++k) IDs.push_back(dof(n, k));
+    fem::FEM_matrix U(IDs, 1);
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n) {
+        const double x = m.pos(0, n), y = m.pos(1, n), r = std::hypot(x, y);
+        const double ur = (1 + nu) / E * ((1 - 2 * nu) * A * r + B / r);
+        ASSERT_EQ(U.setID_val(dof(n, 0), 0, ur * x / r), no_error);
+        ASSERT_EQ(U.setID_val(dof(n, 1), 0, ur * y / r), no_error);
+    }
+    fem::solver_stress_nodal solver;
+    fem::solver_stress_nodal::data_type data(problem);
+    data.U = fem::FEM_states(U);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title;
+    const double exact = p * (b * b + a * a) / (b * b - a * a);
+    unsigned bore = 0;
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n) {
+        const double x = m.pos(0, n), y = m.pos(1, n), r = std::hypot(x, y);
+        if (std::abs(r - a) > 1e-12) continue;
+        const vector_fixed<double, 3> hoop{{-y / r, x / r, 0.0}};
+        double s = 0.0;
+        ASSERT_EQ(data.get_stress_val(n, 0, displacement_tag, hoop, s), no_error);
+        EXPECT_NEAR(s, exact, 0.01 * exact) << "node " << n;
+        ++bore;
+    }
+    EXPECT_GT(bore, 0u);
+}
+
 TEST(stress_helpers, Von_Mises_of_closed_forms)
 {
     const double tau = 30.0;
