@@ -213,7 +213,7 @@ error_type numerical_model_base::run_element_results(pass_kind kind, unsigned re
         r, thread_count(context), work, [&](element_work_type& w) { return compute_element_results(kind, result, w); },
         [&](element_work_type& w) {
             if (w.results.cols() == 0) return no_error;
-            return pass.results->add_results(ID, w.element, w.point_IDs, w.results);
+            return pass.results->add_element_results(w);
         });
 }
 

@@ -71,6 +71,8 @@ void element_work_type::clear_outputs()
     states_per_point = 0;
     results.clear();
     point_IDs.clear();
+    point_nodes.clear();
+    point_shapes.clear();
 }
 
 } // namespace kelt::core

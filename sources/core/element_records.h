@@ -53,6 +53,9 @@ public:
     // `values` has one column per point of `point_IDs`.
     virtual error_type add_results(unsigned model, unsigned element, const dense1D<unsigned, 8>& point_IDs,
                                    const dense2D<double>& values) = 0;
+    // The whole record of an element, for assemblers that also want its point
+    // weights and shape values; by default the values alone.
+    virtual error_type add_element_results(const element_work_type& w);
 };
 
 struct element_pass_type {
@@ -155,7 +158,17 @@ public:
     unsigned states_per_point = 0;
     dense2D<double> results; // one column per point
     dense1D<unsigned, 8> point_IDs;
+    // Of a results pass, for the projections on the nodes: the element's nodes and
+    // the shape value of each node at each point (one column per point); the
+    // points' weights are in `weights`. Empty for a family that gives none.
+    dense1D<unsigned, 8> point_nodes;
+    dense2D<double> point_shapes;
     dense1D<double, 8> thermal_value; // the value a thermal source gives
 };
+
+inline error_type result_assembler_base::add_element_results(const element_work_type& w)
+{
+    return add_results(w.model, w.element, w.point_IDs, w.results);
+}
 
 } // namespace kelt::core

@@ -79,13 +79,15 @@ public:
         double x[nbr_nodes][3], T[nbr_nodes];
         if (auto err = gather_nodes<nbr_nodes>(w.pos, nodes, x); err != no_error) return err;
         gather_values<nbr_nodes>(w.U, nodes, places, T);
-        if (!w.results.resize(6, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(6, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             double dNx[nbr_nodes][3], point[3];
             const double det = volume_map<Shape>(data.items[p], x, dNx, point);
+            w.weights.push_back(det * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) w.results(i, p) = point[i];
             if (!(det > 0.0)) {
                 status = element_geometry_error;

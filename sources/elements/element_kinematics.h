@@ -260,6 +260,18 @@ public:
     law_base* law() const noexcept { return physics ? physics->get_law() : nullptr; }
     const local_point& point(unsigned p) const noexcept { return data.points[p]; }
 
+    // What a projection of point results on the nodes needs besides the values:
+    // the element's nodes and the shape values at its points (the weights are
+    // pushed by the point loop).
+    [[nodiscard]] bool record_point_shapes(const unsigned* nodes, element_work_type& w) const
+    {
+        if (!w.point_nodes.resize(nbr_nodes) || !w.point_shapes.resize(nbr_nodes, nbr_points)) return false;
+        for (unsigned a = 0; a < nbr_nodes; ++a) w.point_nodes[a] = nodes[a];
+        for (unsigned p = 0; p < nbr_points; ++p)
+            for (unsigned a = 0; a < nbr_nodes; ++a) w.point_shapes(a, p) = data.items[p][a].N;
+        return true;
+    }
+
     // The orthonormalised axes of the map at the cell's centre, on the nodes moved
     // by the translations of U when it is given. A face's third axis is its normal.
     [[nodiscard]] error_type element_basis(const unsigned* nodes, const dense2D<double>& pos,

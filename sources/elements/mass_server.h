@@ -46,6 +46,7 @@ public:
             }
             const double rho = physics->law->get_value(law_key{w.model, w.element, data.points[p].ID});
             const double wf = rho * det * data.points[p].weight * w.factor;
+            add_moments(wf, point, w);
             for (unsigned b = 0; b < nbr_nodes; ++b)
                 for (unsigned a = 0; a <= b; ++a) {
                     const double m = wf * items[a].N * items[b].N;
@@ -75,6 +76,21 @@ public:
     }
 
     [[nodiscard]] error_type compute_results(unsigned, const unsigned*, element_work_type&) const { return no_error; }
+
+private:
+    // The mass dm at x into the sums: dm and its first moments (sums4), the
+    // inertia tensor about the origin dm (|x|² I - x xᵀ) packed (sums6).
+    static void add_moments(double dm, const double (&x)[3], element_work_type& w) noexcept
+    {
+        w.sums4[0] += dm;
+        for (unsigned i = 0; i < 3; ++i) w.sums4[1 + i] += dm * x[i];
+        w.sums6[0] += dm * (x[1] * x[1] + x[2] * x[2]);
+        w.sums6[1] -= dm * x[0] * x[1];
+        w.sums6[2] += dm * (x[0] * x[0] + x[2] * x[2]);
+        w.sums6[3] -= dm * x[0] * x[2];
+        w.sums6[4] -= dm * x[1] * x[2];
+        w.sums6[5] += dm * (x[0] * x[0] + x[1] * x[1]);
+    }
 };
 
 } // namespace kelt::core

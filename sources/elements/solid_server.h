@@ -83,13 +83,15 @@ public:
         if (result != result_strain && result != result_stress) return no_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         point_values v;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             const double det = evaluate(p, e, finite, w, v);
+            w.weights.push_back(det * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) w.results(i, p) = v.x[i];
             if (!(det > 0.0)) {
                 status = element_geometry_error;

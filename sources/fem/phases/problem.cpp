@@ -61,4 +61,15 @@ prescribed_set collect_prescribed(const problem_data& problem)
     return s;
 }
 
+FEM_real* output_matrix(fem::FEM_matrix& handle, const dense1D<unsigned, 8>& IDs, unsigned cols)
+{
+    Ptr<FEM_real> m = new FEM_real(IDs, cols);
+    fem::attach(handle, m.get());
+    if (m->rows() != IDs.size() || m->cols() != cols) {
+        m->clear();
+        return nullptr;
+    }
+    return m.get();
+}
+
 } // namespace kelt::core

@@ -44,4 +44,9 @@ struct prescribed_set {
 
 prescribed_set collect_prescribed(const problem_data& problem);
 
+// A new core object for an output matrix, one row per identifier (each once) and
+// `cols` columns of 0, attached to the handle; null, with the handle emptied,
+// when memory fails.
+FEM_real* output_matrix(fem::FEM_matrix& handle, const dense1D<unsigned, 8>& IDs, unsigned cols);
+
 } // namespace kelt::core

@@ -1,0 +1,63 @@
+// Reactions: per state, the loads of its case and the element vectors (the
+// opposite of the internal forces) summed on every DOF of the model, sign turned.
+#include "kelt/fem/solver_reactions.h"
+
+#include <algorithm>
+
+#include "kelt/fem/phases/assembly.h"
+#include "kelt/fem/phases/problem.h"
+
+namespace kelt::core {
+
+using fem::solver_reactions;
+
+namespace {
+
+void reactions_run(run_state& run, solver_reactions::data_type& data)
+{
+    problem_data* problem = problem_of(data);
+    const FEM_real_states* U = input_states(data.U);
+    if (!problem || problem->nbr_load_cases() == 0 || !U || U->cols() == 0) return;
+    const double start = wall_clock();
+    run.set_problem(problem, true);
+    numerical_model_base* model = problem->model();
+    if (!model || run.stop_requested()) return;
+    dense1D<unsigned, 8> IDs;
+    if (auto e = model->get_model_DOFs(kind_stiffness, problem->pos, all_fields, IDs); e != no_error)
+        return KELT_RAISE(run, e, "Model error.");
+    FEM_real* R = output_matrix(data.reactions, IDs, U->cols());
+    if (!R) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
+    data.nbr_columns = R->cols();
+    for (unsigned j = 0; j < U->cols(); ++j) {
+        if (run.stop_requested()) return;
+        indexed_vector target;
+        target.values = R->col(j);
+        target.IDs = R->IDs;
+        if (target.values.size() != R->rows()) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
+        const DOF_values_view state = state_view(U, j);
+        unsigned skipped = 0;
+        error_type e = j < problem->nbr_load_cases()
+                           ? assemble_loads(*problem, *model, kind_stiffness, j, 0.0, state, target, skipped)
+                           : no_error;
+        element_pass_type pass = make_pass(*problem);
+        pass.U = state;
+        if (e == no_error) e = assemble_vector(*model, kind_stiffness, pass, target);
+        if (e != no_error) return KELT_RAISE(run, e, "Assembly error.");
+        for (double& v : target.values) v = -v;
+    }
+    data.time_total = wall_clock() - start;
+}
+
+} // namespace
+
+} // namespace kelt::core
+
+namespace kelt::fem {
+
+void solver_reactions::run(data_type& data) const
+{
+    core::run_frame(settings, data, nullptr, "KELT fem::solver_reactions: invalid data.\n",
+                    [&](core::run_state& run) { core::reactions_run(run, data); });
+}
+
+} // namespace kelt::fem
