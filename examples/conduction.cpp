@@ -1,11 +1,13 @@
 // Steady heat conduction along a bar of hexa8 elements, two load cases in one
 // run: (a) temperatures held at both ends, (b) the end x = 0 held and a heat flux
 // entering the end x = L. Both fields are linear in x, which trilinear elements
-// reproduce at the nodes; prints the temperature along the bar beside them and
+// reproduce at the nodes; prints the temperature along the bar beside them, the
+// heat the held ends give back beside the heat that flows through the bar, and
 // exits non-zero on a mismatch.
 //
 //   example_conduction [elements along the length]   (default 20; 2 x 2 across)
 #include <kelt/fem.h>
+#include <kelt/fem/solver_reactions.h>
 #include <kelt/fem/solver_static_linear.h>
 
 #include <cmath>
@@ -151,9 +153,38 @@ int main(int argc, char** argv)
     }
     std::printf("largest gap to the linear field, relative to the rise along the bar: %.1e\n", worst);
 
+    // The heat the held ends put in: in (a) the hot end supplies k A (T1 - T0) / L
+    // and the cold end takes it out; in (b) the cold end takes out all of q A.
+    fem::solver_reactions reactions;
+    fem::solver_reactions::data_type held_ends(problem);
+    held_ends.U = data.U;
+    reactions.run(held_ends);
+    if (held_ends.error_raised()) {
+        std::printf("reactions failed: %s%s", held_ends.msg_title, held_ends.msg_detail);
+        return 1;
+    }
+    double cold_a = 0.0, hot_a = 0.0, cold_b = 0.0;
+    for (unsigned l = 0; l <= grid.nz; ++l)
+        for (unsigned j = 0; j <= grid.ny; ++j) {
+            const unsigned cold = fem::DOFs_mgr::ID(grid.node(0, j, l), temperature_tag, 0);
+            const unsigned hot = fem::DOFs_mgr::ID(grid.node(grid.nx, j, l), temperature_tag, 0);
+            double ca = 0.0, ha = 0.0, cb = 0.0;
+            if (held_ends.reactions.getID_val(cold, 0, ca) != no_error ||
+                held_ends.reactions.getID_val(hot, 0, ha) != no_error ||
+                held_ends.reactions.getID_val(cold, 1, cb) != no_error)
+                return 1;
+            cold_a += ca, hot_a += ha, cold_b += cb;
+        }
+    const double flow_a = k * area * (T1 - T0) / L, flow_b = q * area;
+    std::printf("(a) heat at the held ends: cold %+.6e, hot %+.6e W   k A (T1 - T0) / L = %.6e W\n", cold_a, hot_a,
+                flow_a);
+    std::printf("(b) heat at the cold end : %+.6e W   q A = %.6e W\n", cold_b, flow_b);
+    const bool balanced = std::fabs(cold_a + flow_a) < 1e-6 * flow_a && std::fabs(hot_a - flow_a) < 1e-6 * flow_a &&
+                          std::fabs(cold_b + flow_b) < 1e-9 * flow_b;
+
     // The fields lie in the elements' space, so the only error is the solve's:
     // rounding, and in (a) the gradient's relative tolerance 1e-8.
-    const bool ok = worst < 1e-6;
+    const bool ok = worst < 1e-6 && balanced;
     std::printf("%s\n", ok ? "checks passed" : "CHECK FAILED");
     return ok ? 0 : 1;
 }

@@ -22,8 +22,10 @@ void reactions_run(run_state& run, solver_reactions::data_type& data)
     run.set_problem(problem, true);
     numerical_model_base* model = problem->model();
     if (!model || run.stop_requested()) return;
+    // A conduction model's reactions are the heat flows at the held temperatures.
+    const pass_kind kind = model->handles_field_family(kind_stiffness) ? kind_stiffness : kind_conduction;
     dense1D<unsigned, 8> IDs;
-    if (auto e = model->get_model_DOFs(kind_stiffness, problem->pos, all_fields, IDs); e != no_error)
+    if (auto e = model->get_model_DOFs(kind, problem->pos, all_fields, IDs); e != no_error)
         return KELT_RAISE(run, e, "Model error.");
     FEM_real* R = output_matrix(data.reactions, IDs, U->cols());
     if (!R) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
@@ -37,11 +39,11 @@ void reactions_run(run_state& run, solver_reactions::data_type& data)
         const DOF_values_view state = state_view(U, j);
         unsigned skipped = 0;
         error_type e = j < problem->nbr_load_cases()
-                           ? assemble_loads(*problem, *model, kind_stiffness, j, 0.0, state, target, skipped)
+                           ? assemble_loads(*problem, *model, kind, j, 0.0, state, target, skipped)
                            : no_error;
         element_pass_type pass = make_pass(*problem);
         pass.U = state;
-        if (e == no_error) e = assemble_vector(*model, kind_stiffness, pass, target);
+        if (e == no_error) e = assemble_vector(*model, kind, pass, target);
         if (e != no_error) return KELT_RAISE(run, e, "Assembly error.");
         for (double& v : target.values) v = -v;
     }

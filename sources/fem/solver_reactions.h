@@ -1,7 +1,8 @@
 // What the supports give back: per state, the internal forces K U less the loads
 // of the state's case, on every DOF of the model. At a free DOF of a solved state
 // it is the residual (zero to rounding), at a blocked or prescribed one the
-// reaction, so that the reactions and the loads are in balance.
+// reaction, so that the reactions and the loads are in balance. For a conduction
+// model they are the heat flows at the held temperatures.
 #pragma once
 
 #include "kelt/fem/FEM_states.h"
