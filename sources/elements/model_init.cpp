@@ -43,23 +43,36 @@ error_type make_volume_mesh(context_type* context, physics_base* physics, const 
     return element_type_error;
 }
 
+// A family of lines (or of the faces of spring beds) after the shared checks.
+error_type make_checked(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
+                        element_type type, volume_maker make, Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
+    return make(context, *physics, mesh, type, out);
+}
+
 } // namespace
 
 error_type make_stiff_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                            element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_line_stiff, out);
+    if (model_dim(type) == 2 && physics && physics->physics_code() == physics_distributed_spring_2d_code)
+        return make_checked(context, physics, mesh, type, make_distributed_spring_2d, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_stiff, out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_line_mass, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_mass, out);
 }
 
 error_type make_thermal_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                              element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_conduction_1d, out);
     return make_volume_mesh(context, physics, mesh, type, physics_heat_conduction_3d_code, make_conduction_3d,
                             out);
 }

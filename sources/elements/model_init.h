@@ -36,6 +36,17 @@ namespace kelt::core {
                                             Ptr<numerical_model_base>& out);
 [[nodiscard]] error_type make_load_only(context_type* context, const dense2D<unsigned>& mesh, element_type type,
                                         Ptr<numerical_model_base>& out);
+// Lines: rods, beams and spring beds; spring beds on faces; line masses; conduction.
+[[nodiscard]] error_type make_line_stiff(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                         element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_distributed_spring_2d(context_type* context, physics_base& physics,
+                                                    const dense2D<unsigned>& mesh, element_type type,
+                                                    Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_line_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                        element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_conduction_1d(context_type* context, physics_base& physics,
+                                            const dense2D<unsigned>& mesh, element_type type,
+                                            Ptr<numerical_model_base>& out);
 
 // The rules of the volumes' matrix servers (stiffness, conduction) and of their
 // external-work servers.

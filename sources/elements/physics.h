@@ -7,8 +7,10 @@
 #include "kelt/core/ref_counted.h"
 #include "kelt/elements/element_loads.h"
 #include "kelt/laws/law_base.h"
+#include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_solid.h"
+#include "kelt/laws/law_spring.h"
 
 namespace kelt::core {
 
@@ -20,6 +22,11 @@ struct finite_transformation_tag {};
 inline constexpr unsigned physics_load_only_code = 1000;
 inline constexpr unsigned physics_solid_code = 4000;
 inline constexpr unsigned physics_heat_conduction_3d_code = 19000;
+inline constexpr unsigned physics_rod_code = 2000;
+inline constexpr unsigned physics_beam_code = 5000;
+inline constexpr unsigned physics_distributed_spring_1d_code = 9000;
+inline constexpr unsigned physics_distributed_spring_2d_code = 10000;
+inline constexpr unsigned physics_heat_conduction_1d_code = 17000;
 // Added to the first code by the finite variants.
 inline constexpr unsigned finite_variant_offset = 300;
 
@@ -78,6 +85,73 @@ public:
 };
 
 using conduction_3d = heat_conduction_3d<law_scalar>;
+
+// The second code of a family: the first, plus the offset in the finite variant.
+template <class Transformation>
+inline constexpr unsigned variant_offset = std::is_same_v<Transformation, finite_transformation_tag> ? finite_variant_offset : 0;
+
+// Rods: three translations per node, a law_spring along the axis (law_scalar, a
+// mass per unit length, for their mass).
+template <class Strain, class Transformation, class Law>
+class mechanical_displacement_1d
+    : public physics_with_law<Law, physics_rod_code, physics_rod_code + variant_offset<Transformation>> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+
+    using mechanical_displacement_1d::physics_with_law::physics_with_law;
+};
+
+using rod_small = mechanical_displacement_1d<small_strain_tag, small_transformation_tag, law_spring>;
+using rod_finite = mechanical_displacement_1d<small_strain_tag, finite_transformation_tag, law_spring>;
+using line_mass = mechanical_displacement_1d<small_strain_tag, small_transformation_tag, law_scalar>;
+
+// Timoshenko beams: three translations and three rotations per node.
+template <class Strain, class Transformation, class Law>
+class mechanical_Timoshenko_beam
+    : public physics_with_law<Law, physics_beam_code, physics_beam_code + variant_offset<Transformation>> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+
+    using mechanical_Timoshenko_beam::physics_with_law::physics_with_law;
+};
+
+using beam_small = mechanical_Timoshenko_beam<small_strain_tag, small_transformation_tag, law_beam_stiff>;
+using beam_finite = mechanical_Timoshenko_beam<small_strain_tag, finite_transformation_tag, law_beam_stiff>;
+using beam_mass = mechanical_Timoshenko_beam<small_strain_tag, small_transformation_tag, law_beam_mass>;
+
+// A spring bed along a line (FirstCode 9000) or over a face (10000): the law's
+// stiffness per unit length or area against the translation along `direction`
+// (unit, in the global frame).
+template <unsigned FirstCode>
+class mechanical_distributed_spring : public physics_with_law<law_spring, FirstCode, FirstCode> {
+public:
+    static constexpr bool finite = false;
+    static constexpr unsigned accepted_loads = 0;
+
+    mechanical_distributed_spring(const Ptr<law_spring>& law_, const double (&d)[3])
+        : mechanical_distributed_spring::physics_with_law(law_), direction{d[0], d[1], d[2]}
+    {
+    }
+
+    double direction[3];
+};
+
+using distributed_spring_1d = mechanical_distributed_spring<physics_distributed_spring_1d_code>;
+using distributed_spring_2d = mechanical_distributed_spring<physics_distributed_spring_2d_code>;
+
+// Steady conduction along a line: the law is the conductivity times the section.
+template <class Law>
+class heat_conduction_1d
+    : public physics_with_law<Law, physics_heat_conduction_1d_code, physics_heat_conduction_1d_code> {
+public:
+    static constexpr unsigned accepted_loads = load_bit(load_heat);
+
+    using heat_conduction_1d::physics_with_law::physics_with_law;
+};
+
+using conduction_1d = heat_conduction_1d<law_scalar>;
 
 // Loads alone: no law, no matrix.
 class physics_load_only : public physics_base {

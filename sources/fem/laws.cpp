@@ -5,7 +5,9 @@
 #include "kelt/core/bases_mgr.h"
 #include "kelt/fem/bases_mgr.h"
 #include "kelt/fem/handle_call.h"
+#include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_spring.h"
 #include "kelt/laws/law_solid.h"
 
 namespace kelt::fem {
@@ -110,6 +112,34 @@ error_type law_scalar::init(double value)
 error_type law_scalar::init(const dense1D<double, 8>& data)
 {
     return call<core::law_scalar>(*this, [&](core::law_scalar& l) { return l.init(data); });
+}
+
+law_spring::law_spring() { make<core::law_spring>(*this); }
+
+error_type law_spring::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_spring>(*this, [&](core::law_spring& l) { return l.init(data); });
+}
+
+law_spring_nl::law_spring_nl() : law_spring(no_object{}) { make<core::law_spring_nl>(*this); }
+
+error_type law_spring_nl::init(const dense2D<double>& table, double p1, double p2, double p3, double p4)
+{
+    return call<core::law_spring_nl>(*this, [&](core::law_spring_nl& l) { return l.init(table, p1, p2, p3, p4); });
+}
+
+law_beam_StVenant::law_beam_StVenant() { make<core::law_beam_StVenant>(*this); }
+
+error_type law_beam_StVenant::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_beam_StVenant>(*this, [&](core::law_beam_StVenant& l) { return l.init(data); });
+}
+
+law_beam_mass::law_beam_mass() { make<core::law_beam_mass>(*this); }
+
+error_type law_beam_mass::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_beam_mass>(*this, [&](core::law_beam_mass& l) { return l.init(data); });
 }
 
 } // namespace kelt::fem

@@ -7,6 +7,7 @@
 #include "kelt/core/types.h"
 #include "kelt/fem/base_class.h"
 #include "kelt/math/dense1D.h"
+#include "kelt/math/dense2D.h"
 #include "kelt/math/fixed.h"
 
 namespace kelt::fem {
@@ -72,6 +73,49 @@ class law_scalar : public law_base {
 public:
     law_scalar();
     [[nodiscard]] error_type init(double value);
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// A spring of rods and spring beds: k, a value kept for the host, thermal
+// expansion, then optionally an initial strain and a force floor (3 or 5 values).
+class law_spring : public law_base {
+public:
+    law_spring();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+
+protected:
+    struct no_object {};
+    explicit law_spring(no_object) {}
+};
+
+// A spring whose stiffness is a table: breakpoints in column 0, stiffness in
+// column 1 (the force is its integral from 0); then the value kept for the host,
+// thermal expansion, initial strain and force floor.
+class law_spring_nl : public law_spring {
+public:
+    law_spring_nl();
+    [[nodiscard]] error_type init(const dense2D<double>& table, double p1, double p2, double p3, double p4);
+};
+
+// A beam section (9, 15, 22, 24 or 31 values):
+//   0 to 2 orientation of the section's y axis, 3 E, 4 G (nu in the 9-value
+//   form), 5 thermal expansion, 6 A, 7 Ay, 8 Az, 9 J, 10 Iy, 11 Iz, 12 Iyz,
+//   13 yc, 14 zc; 22 values: 15 to 20 initial section forces, 21 a stress scale;
+//   31 values: 15 to 23 the second end's 6 to 14 (tapered), 24 to 30 as 15 to 21.
+// The 9-value form is one section value in entry 6: Ay = Az = Iy = Iz = A, J = 2 A.
+class law_beam_StVenant : public law_base {
+public:
+    law_beam_StVenant();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// The mass of a beam section (6, 11 or 18 values):
+//   0 to 2 orientation, 3 density, 4 A, 5 polar inertia; 11 values: 6 Iy, 7 Iz,
+//   8 Iyz, 9 yc, 10 zc (the centroid from the reference point); 18 values: 11 to
+//   17 the second end's 4 to 10.
+class law_beam_mass : public law_base {
+public:
+    law_beam_mass();
     [[nodiscard]] error_type init(const dense1D<double, 8>& data);
 };
 

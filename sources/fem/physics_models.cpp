@@ -1,5 +1,6 @@
 #include "kelt/fem/physics_models.h"
 
+#include <cmath>
 #include <new>
 
 #include "kelt/elements/physics.h"
@@ -16,6 +17,21 @@ error_type make(base_class& h, const base_class& law)
     auto* l = dynamic_cast<Law*>(static_cast<core::law_base*>(core_of(law)));
     if (!l) return invalid_data_error;
     auto* p = new (std::nothrow) Physics(Ptr<Law>(l));
+    if (!p) return memory_error;
+    attach(h, p);
+    return no_error;
+}
+
+// A spring bed on the spring law and a unit direction.
+template <class Physics>
+error_type make_bed(base_class& h, const base_class& law, const vector_fixed<double, 3>& direction)
+{
+    auto* l = dynamic_cast<core::law_spring*>(static_cast<core::law_base*>(core_of(law)));
+    if (!l) return invalid_data_error;
+    const double n = std::sqrt(direction[0] * direction[0] + direction[1] * direction[1] + direction[2] * direction[2]);
+    if (!(n > 0.0) || !std::isfinite(n)) return invalid_data_error;
+    const double d[3] = {direction[0] / n, direction[1] / n, direction[2] / n};
+    auto* p = new (std::nothrow) Physics(Ptr<core::law_spring>(l), d);
     if (!p) return memory_error;
     attach(h, p);
     return no_error;
@@ -44,6 +60,36 @@ error_type model_solid_mass::init(const law_scalar& density) { return make<core:
 error_type model_heat_conduction_3d::init(const law_scalar& conductivity)
 {
     return make<core::conduction_3d>(*this, conductivity);
+}
+
+error_type model_rod_lin::init(const law_spring& law) { return make<core::rod_small>(*this, law); }
+
+error_type model_rod_gnl::init(const law_spring& law) { return make<core::rod_finite>(*this, law); }
+
+error_type model_line_mass::init(const law_scalar& mass_per_length)
+{
+    return make<core::line_mass>(*this, mass_per_length);
+}
+
+error_type model_beam_lin::init(const law_base& law) { return make<core::beam_small>(*this, law); }
+
+error_type model_beam_gnl::init(const law_base& law) { return make<core::beam_finite>(*this, law); }
+
+error_type model_beam_mass::init(const law_beam_mass& law) { return make<core::beam_mass>(*this, law); }
+
+error_type model_distributed_spring_1d::init(const law_spring& law, const vector_fixed<double, 3>& direction)
+{
+    return make_bed<core::distributed_spring_1d>(*this, law, direction);
+}
+
+error_type model_distributed_spring_2d::init(const law_spring& law, const vector_fixed<double, 3>& direction)
+{
+    return make_bed<core::distributed_spring_2d>(*this, law, direction);
+}
+
+error_type model_heat_conduction_1d::init(const law_scalar& conductivity)
+{
+    return make<core::conduction_1d>(*this, conductivity);
 }
 
 } // namespace kelt::fem

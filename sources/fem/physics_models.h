@@ -6,6 +6,7 @@
 #include "kelt/core/types.h"
 #include "kelt/fem/base_class.h"
 #include "kelt/fem/laws.h"
+#include "kelt/math/fixed.h"
 
 namespace kelt::fem {
 
@@ -39,6 +40,57 @@ public:
 
 // Steady conduction in volumes, on a law_scalar conductivity.
 class model_heat_conduction_3d : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& conductivity);
+};
+
+// Rods along their axis on a law_spring (its k is the axial stiffness E A); the
+// finite variant follows the current direction.
+class model_rod_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_spring& law);
+};
+class model_rod_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_spring& law);
+};
+
+// The mass of rods, on a law_scalar mass per unit length.
+class model_line_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& mass_per_length);
+};
+
+// Timoshenko beams on law_beam_StVenant, in small strain and in the finite variant.
+class model_beam_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+class model_beam_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
+// The consistent mass of beams, with rotary inertia, on law_beam_mass.
+class model_beam_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_beam_mass& law);
+};
+
+// Spring beds on lines (1d) and faces (2d): the law's k per unit length or area
+// against the translation along `direction`; invalid_data_error for a zero or
+// non-finite direction.
+class model_distributed_spring_1d : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_spring& law, const vector_fixed<double, 3>& direction);
+};
+class model_distributed_spring_2d : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_spring& law, const vector_fixed<double, 3>& direction);
+};
+
+// Steady conduction along lines, on a law_scalar conductivity times section.
+class model_heat_conduction_1d : public physics_model_base {
 public:
     [[nodiscard]] error_type init(const law_scalar& conductivity);
 };

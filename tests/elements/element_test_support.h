@@ -154,6 +154,19 @@ struct model_context : core_context {
         Ptr<core::physics_base> physics = new core::conduction_3d(scalar_law(k));
         return made(core::make_thermal_mesh(ctx, physics, m.cells, m.type, out_model()));
     }
+    // A model of any physics through the makers of stiffness, mass or conduction.
+    Ptr<core::numerical_model_base> stiff(const test_mesh& m, const Ptr<core::physics_base>& physics)
+    {
+        return made(core::make_stiff_mesh(ctx, physics, m.cells, m.type, out_model()));
+    }
+    Ptr<core::numerical_model_base> mass_of(const test_mesh& m, const Ptr<core::physics_base>& physics)
+    {
+        return made(core::make_mass_mesh(ctx, physics, m.cells, m.type, out_model()));
+    }
+    Ptr<core::numerical_model_base> thermal_of(const test_mesh& m, const Ptr<core::physics_base>& physics)
+    {
+        return made(core::make_thermal_mesh(ctx, physics, m.cells, m.type, out_model()));
+    }
     Ptr<core::numerical_model_base> load_only(const test_mesh& m)
     {
         return made(core::make_load_only_mesh(ctx, m.cells, m.type, out_model()));
