@@ -43,17 +43,30 @@ error_type make_volume_mesh(context_type* context, physics_base* physics, const 
     return element_type_error;
 }
 
+// The face family of a plate or shell code; element_type_error for another.
+error_type make_face_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
+                          element_type type, bool mass, Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
+    const unsigned code = physics->physics_code();
+    if (code == physics_plate_code && !mass) return make_plate_stiff(context, *physics, mesh, type, out);
+    if (code == physics_shell_code) return (mass ? make_shell_mass : make_shell_stiff)(context, *physics, mesh, type, out);
+    return element_type_error;
+}
+
 } // namespace
 
 error_type make_stiff_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                            element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 2) return make_face_mesh(context, physics, mesh, type, false, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_stiff, out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 2) return make_face_mesh(context, physics, mesh, type, true, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_mass, out);
 }
 

@@ -6,6 +6,7 @@
 #include "kelt/fem/bases_mgr.h"
 #include "kelt/fem/handle_call.h"
 #include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_shell.h"
 #include "kelt/laws/law_solid.h"
 
 namespace kelt::fem {
@@ -110,6 +111,40 @@ error_type law_scalar::init(double value)
 error_type law_scalar::init(const dense1D<double, 8>& data)
 {
     return call<core::law_scalar>(*this, [&](core::law_scalar& l) { return l.init(data); });
+}
+
+law_shell_StVenant::law_shell_StVenant() { make<core::law_shell_StVenant>(*this); }
+
+error_type law_shell_StVenant::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_StVenant>(*this, [&](core::law_shell_StVenant& l) { return l.init(data); });
+}
+
+law_shell_orthotropic::law_shell_orthotropic() { make<core::law_shell_orthotropic>(*this); }
+
+error_type law_shell_orthotropic::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_orthotropic>(*this, [&](core::law_shell_orthotropic& l) { return l.init(data); });
+}
+
+law_shell_skyline::law_shell_skyline()
+{
+    attach(*this, new (std::nothrow) core::law_shell_skyline(vector_fixed<unsigned, 8>{}));
+}
+
+error_type law_shell_skyline::init(const vector_fixed<unsigned, 8>& heights, const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_skyline>(*this, [&](core::law_shell_skyline& l) {
+        l.heights = heights;
+        return l.init(data);
+    });
+}
+
+law_shell_mass::law_shell_mass() { make<core::law_shell_mass>(*this); }
+
+error_type law_shell_mass::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_mass>(*this, [&](core::law_shell_mass& l) { return l.init(data); });
 }
 
 } // namespace kelt::fem
