@@ -1,6 +1,8 @@
-// The selection of a mesh model's instance: dimension first, then the checks of the
-// physics and of the mesh's size, then the family's own table.
+// The selection of a mesh model's instance: the checks of the type, the physics and
+// the mesh's size, then the first family that owns the pair.
 #include "kelt/elements/model_init.h"
+
+#include <initializer_list>
 
 #include "kelt/core/element_catalogue.h"
 
@@ -30,25 +32,20 @@ error_type check(const physics_base* physics, bool needs_physics, const dense2D<
 
 namespace {
 
-using volume_maker = error_type (*)(context_type*, physics_base&, const dense2D<unsigned>&, element_type,
+using family_maker = error_type (*)(context_type*, physics_base&, const dense2D<unsigned>&, element_type,
                                     Ptr<numerical_model_base>&);
 
-// The volume family of the physics code `code`, made by `make`; the only families
-// so far are volumes.
-error_type make_volume_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
-                            element_type type, unsigned code, volume_maker make, Ptr<numerical_model_base>& out)
+// After the shared checks, the first family that owns the physics and the type
+// makes the model: each returns element_type_error for a pair that is not its
+// own, and the next is asked.
+error_type make_first(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
+                      element_type type, std::initializer_list<family_maker> families,
+                      Ptr<numerical_model_base>& out)
 {
     if (auto e = check(physics, true, mesh, type); e != no_error) return e;
-    if (model_dim(type) == 3 && physics->physics_code() == code) return make(context, *physics, mesh, type, out);
+    for (family_maker make : families)
+        if (auto e = make(context, *physics, mesh, type, out); e != element_type_error) return e;
     return element_type_error;
-}
-
-// A family of lines (or of the faces of spring beds) after the shared checks.
-error_type make_checked(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
-                        element_type type, volume_maker make, Ptr<numerical_model_base>& out)
-{
-    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
-    return make(context, *physics, mesh, type, out);
 }
 
 } // namespace
@@ -56,25 +53,24 @@ error_type make_checked(context_type* context, physics_base* physics, const dens
 error_type make_stiff_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                            element_type type, Ptr<numerical_model_base>& out)
 {
-    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_line_stiff, out);
-    if (model_dim(type) == 2 && physics && physics->physics_code() == physics_distributed_spring_2d_code)
-        return make_checked(context, physics, mesh, type, make_distributed_spring_2d, out);
-    return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_stiff, out);
+    return make_first(context, physics, mesh, type,
+                      {make_solid_stiff, make_line_stiff, make_distributed_spring_2d, make_plate_stiff,
+                       make_shell_stiff},
+                      out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
-    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_line_mass, out);
-    return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_mass, out);
+    return make_first(context, physics, mesh, type, {make_solid_mass, make_line_mass, make_shell_mass},
+                      out);
 }
 
 error_type make_thermal_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                              element_type type, Ptr<numerical_model_base>& out)
 {
-    if (model_dim(type) == 1) return make_checked(context, physics, mesh, type, make_conduction_1d, out);
-    return make_volume_mesh(context, physics, mesh, type, physics_heat_conduction_3d_code, make_conduction_3d,
-                            out);
+    return make_first(context, physics, mesh, type, {make_conduction_3d, make_conduction_1d},
+                      out);
 }
 
 error_type make_load_only_mesh(context_type* context, const dense2D<unsigned>& mesh, element_type type,

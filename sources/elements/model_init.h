@@ -47,6 +47,12 @@ namespace kelt::core {
 [[nodiscard]] error_type make_conduction_1d(context_type* context, physics_base& physics,
                                             const dense2D<unsigned>& mesh, element_type type,
                                             Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_plate_stiff(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                          element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_shell_stiff(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                          element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_shell_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                         element_type type, Ptr<numerical_model_base>& out);
 
 // The rules of the volumes' matrix servers (stiffness, conduction) and of their
 // external-work servers.

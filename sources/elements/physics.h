@@ -9,6 +9,7 @@
 #include "kelt/laws/law_base.h"
 #include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_shell.h"
 #include "kelt/laws/law_solid.h"
 #include "kelt/laws/law_spring.h"
 
@@ -21,6 +22,8 @@ struct finite_transformation_tag {};
 // First codes of the families.
 inline constexpr unsigned physics_load_only_code = 1000;
 inline constexpr unsigned physics_solid_code = 4000;
+inline constexpr unsigned physics_plate_code = 6000;
+inline constexpr unsigned physics_shell_code = 7000;
 inline constexpr unsigned physics_heat_conduction_3d_code = 19000;
 inline constexpr unsigned physics_rod_code = 2000;
 inline constexpr unsigned physics_beam_code = 5000;
@@ -73,6 +76,46 @@ public:
 using solid_small = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_solid_stiff>;
 using solid_finite = mechanical_displacement_3d<small_strain_tag, finite_transformation_tag, law_solid_stiff>;
 using solid_mass = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_scalar>;
+
+// Mindlin plates: the deflection along `axis` (0, 1 or 2, the plate's normal) and
+// the rotations about the two other axes at each node.
+template <class Transformation, class Law>
+class mechanical_Mindlin_plate
+    : public physics_with_law<Law, physics_plate_code,
+                              physics_plate_code + (std::is_same_v<Transformation, finite_transformation_tag>
+                                                        ? finite_variant_offset
+                                                        : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
+
+    mechanical_Mindlin_plate(const Ptr<Law>& law_, unsigned axis_)
+        : mechanical_Mindlin_plate::physics_with_law(law_), axis(axis_)
+    {
+    }
+
+    unsigned axis = 2;
+};
+
+// Mindlin shells: three translations and three rotations at each node.
+template <class Transformation, class Law>
+class mechanical_Mindlin_shell
+    : public physics_with_law<Law, physics_shell_code,
+                              physics_shell_code + (std::is_same_v<Transformation, finite_transformation_tag>
+                                                        ? finite_variant_offset
+                                                        : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
+
+    using mechanical_Mindlin_shell::physics_with_law::physics_with_law;
+};
+
+using plate_small = mechanical_Mindlin_plate<small_transformation_tag, law_shell_stiff>;
+using plate_finite = mechanical_Mindlin_plate<finite_transformation_tag, law_shell_stiff>;
+using shell_small = mechanical_Mindlin_shell<small_transformation_tag, law_shell_stiff>;
+using shell_finite = mechanical_Mindlin_shell<finite_transformation_tag, law_shell_stiff>;
+using shell_mass = mechanical_Mindlin_shell<small_transformation_tag, law_shell_mass>;
 
 // Steady conduction in a volume: one temperature per node (place 6).
 template <class Law>

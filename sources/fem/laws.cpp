@@ -8,6 +8,7 @@
 #include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_spring.h"
+#include "kelt/laws/law_shell.h"
 #include "kelt/laws/law_solid.h"
 
 namespace kelt::fem {
@@ -140,6 +141,40 @@ law_beam_mass::law_beam_mass() { make<core::law_beam_mass>(*this); }
 error_type law_beam_mass::init(const dense1D<double, 8>& data)
 {
     return call<core::law_beam_mass>(*this, [&](core::law_beam_mass& l) { return l.init(data); });
+}
+
+law_shell_StVenant::law_shell_StVenant() { make<core::law_shell_StVenant>(*this); }
+
+error_type law_shell_StVenant::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_StVenant>(*this, [&](core::law_shell_StVenant& l) { return l.init(data); });
+}
+
+law_shell_orthotropic::law_shell_orthotropic() { make<core::law_shell_orthotropic>(*this); }
+
+error_type law_shell_orthotropic::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_orthotropic>(*this, [&](core::law_shell_orthotropic& l) { return l.init(data); });
+}
+
+law_shell_skyline::law_shell_skyline()
+{
+    attach(*this, new (std::nothrow) core::law_shell_skyline(vector_fixed<unsigned, 8>{}));
+}
+
+error_type law_shell_skyline::init(const vector_fixed<unsigned, 8>& heights, const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_skyline>(*this, [&](core::law_shell_skyline& l) {
+        l.heights = heights;
+        return l.init(data);
+    });
+}
+
+law_shell_mass::law_shell_mass() { make<core::law_shell_mass>(*this); }
+
+error_type law_shell_mass::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_shell_mass>(*this, [&](core::law_shell_mass& l) { return l.init(data); });
 }
 
 } // namespace kelt::fem

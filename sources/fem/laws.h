@@ -119,4 +119,43 @@ public:
     [[nodiscard]] error_type init(const dense1D<double, 8>& data);
 };
 
+// Shells and plates, isotropic: E, nu, thermal expansion, thickness h; then the
+// transverse shear modulus with its factor (5/6 G when not given) and either the
+// offset z of the mid-surface (6 values) or, in full (15 values), 5 the inertia and
+// 6 the coupling h z.
+class law_shell_StVenant : public law_base {
+public:
+    law_shell_StVenant();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// Shells from an orthotropic plane-stress matrix in the element frame (15 values,
+// 16 with an offset z, 25 in full):
+//   0 to 3   C(xx, xx), C(yy, yy), C(xx, yy), C(xy, xy)
+//   4, 5     transverse shear moduli xz, yz with their factor
+//   6, 7     the principal moduli, which set the stiffness range
+//   8 to 10  thermal expansion xx, yy, xy
+//   14       thickness, then 15 the offset z (16 values) or the inertia, 16 h z
+class law_shell_orthotropic : public law_base {
+public:
+    law_shell_orthotropic();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// The section matrix of order 8 given as it is (membrane xx, yy, xy, bending xx,
+// yy, xy, shear xz, yz): column j has heights[j] (at most j) entries above its
+// diagonal, given first column by column from the top, then the 8 diagonal values.
+class law_shell_skyline : public law_base {
+public:
+    law_shell_skyline();
+    [[nodiscard]] error_type init(const vector_fixed<unsigned, 8>& heights, const dense1D<double, 8>& data);
+};
+
+// Density, thickness, and optionally the offset z of the mid-surface.
+class law_shell_mass : public law_base {
+public:
+    law_shell_mass();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
 } // namespace kelt::fem

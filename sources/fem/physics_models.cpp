@@ -37,6 +37,20 @@ error_type make_bed(base_class& h, const base_class& law, const vector_fixed<dou
     return no_error;
 }
 
+// A plate on `law` with its normal along `axis`.
+template <class Physics>
+error_type make_plate(base_class& h, const base_class& law, unsigned axis)
+{
+    using Law = typename Physics::law_type;
+    if (axis > 2) return invalid_data_error;
+    auto* l = dynamic_cast<Law*>(static_cast<core::law_base*>(core_of(law)));
+    if (!l) return invalid_data_error;
+    auto* p = new (std::nothrow) Physics(Ptr<Law>(l), axis);
+    if (!p) return memory_error;
+    attach(h, p);
+    return no_error;
+}
+
 } // namespace
 
 unsigned physics_model_base::physics_code() const
@@ -91,5 +105,20 @@ error_type model_heat_conduction_1d::init(const law_scalar& conductivity)
 {
     return make<core::conduction_1d>(*this, conductivity);
 }
+error_type model_plate_lin::init(const law_base& law, unsigned axis)
+{
+    return make_plate<core::plate_small>(*this, law, axis);
+}
+
+error_type model_plate_gnl::init(const law_base& law, unsigned axis)
+{
+    return make_plate<core::plate_finite>(*this, law, axis);
+}
+
+error_type model_shell_lin::init(const law_base& law) { return make<core::shell_small>(*this, law); }
+
+error_type model_shell_gnl::init(const law_base& law) { return make<core::shell_finite>(*this, law); }
+
+error_type model_shell_mass::init(const law_shell_mass& law) { return make<core::shell_mass>(*this, law); }
 
 } // namespace kelt::fem

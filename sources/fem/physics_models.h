@@ -71,6 +71,27 @@ public:
     [[nodiscard]] error_type init(const law_base& law);
 };
 
+// Mindlin plates in small strain on a shell law: the deflection along `axis` (0, 1
+// or 2, the plate's normal) and the rotations about the two other axes;
+// `invalid_data_error` for an axis above 2.
+class model_plate_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law, unsigned axis);
+};
+
+// Plates with the membrane forces' geometric terms (Green-Lagrange membrane strain).
+class model_plate_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law, unsigned axis);
+};
+
+// Mindlin shells, six DOFs a node, on law_shell_StVenant, law_shell_orthotropic or
+// law_shell_skyline.
+class model_shell_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
 // The consistent mass of beams, with rotary inertia, on law_beam_mass.
 class model_beam_mass : public physics_model_base {
 public:
@@ -93,6 +114,17 @@ public:
 class model_heat_conduction_1d : public physics_model_base {
 public:
     [[nodiscard]] error_type init(const law_scalar& conductivity);
+};
+
+class model_shell_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
+// The mass of shells, on law_shell_mass.
+class model_shell_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_shell_mass& law);
 };
 
 } // namespace kelt::fem
