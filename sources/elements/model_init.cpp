@@ -43,23 +43,34 @@ error_type make_volume_mesh(context_type* context, physics_base* physics, const 
     return element_type_error;
 }
 
+// The face family of the physics, made by `make`, for the types of dimension 2.
+error_type make_face_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
+                          element_type type, volume_maker make, Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(physics, true, mesh, type); e != no_error) return e;
+    return make(context, *physics, mesh, type, out);
+}
+
 } // namespace
 
 error_type make_stiff_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                            element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 2) return make_face_mesh(context, physics, mesh, type, make_plane_stiff, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_stiff, out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 2) return make_face_mesh(context, physics, mesh, type, make_plane_mass, out);
     return make_volume_mesh(context, physics, mesh, type, physics_solid_code, make_solid_mass, out);
 }
 
 error_type make_thermal_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                              element_type type, Ptr<numerical_model_base>& out)
 {
+    if (model_dim(type) == 2) return make_face_mesh(context, physics, mesh, type, make_conduction_2d, out);
     return make_volume_mesh(context, physics, mesh, type, physics_heat_conduction_3d_code, make_conduction_3d,
                             out);
 }
@@ -69,6 +80,13 @@ error_type make_load_only_mesh(context_type* context, const dense2D<unsigned>& m
 {
     if (auto e = check(nullptr, false, mesh, type); e != no_error) return e;
     return make_load_only(context, mesh, type, out);
+}
+
+error_type make_load_only_axi_mesh(context_type* context, const dense2D<unsigned>& mesh, element_type type,
+                                   Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(nullptr, false, mesh, type); e != no_error) return e;
+    return make_load_only_axi(context, mesh, type, out);
 }
 
 } // namespace kelt::core
