@@ -466,13 +466,11 @@ private:
         return axisymmetric ? det * two_pi * v.r : det;
     }
 
-    // The variation of H for the DOF of node a in direction k lies in row k:
-    // (dN/da, dN/db, and N / r for the radial DOF of an axisymmetric solid).
-    void row_of(const point_values& v, unsigned a, unsigned k, double (&h)[3]) const
+    // The variation of H for the DOF of node a in direction k: (dN/da, dN/db) in
+    // row k, and for the radial DOF of an axisymmetric solid N / r at (c, c).
+    double hoop_of(const point_values& v, unsigned a, unsigned k) const
     {
-        h[0] = v.n[a][0];
-        h[1] = v.n[a][1];
-        h[2] = axisymmetric && k == 0 ? v.N[a] / v.r : 0.0;
+        return axisymmetric && k == 0 ? v.N[a] / v.r : 0.0;
     }
 
     static void strain(const double (&H)[3][3], bool green_lagrange, voigt6& eps)
@@ -495,39 +493,40 @@ private:
         eps[5] += product(1, 2);
     }
 
+    // Row of a DOF: the variation of the Green-Lagrange strain, that is of
+    // sym(Fᵀ dH), engineering shears; F is the identity in small strain.
     void fill_B(const point_values& v, double (&B)[nbr_DOFs][6]) const
     {
+        const auto& F = v.F;
         for (unsigned a = 0; a < nbr_nodes; ++a)
             for (unsigned k = 0; k < 2; ++k) {
-                double h[3];
-                row_of(v, a, k, h);
-                const double* f = v.F[k];
+                const double n0 = v.n[a][0], n1 = v.n[a][1], c = hoop_of(v, a, k);
+                const double* f = F[k];
                 double* row = B[2 * a + k];
-                row[0] = h[0] * f[0];
-                row[1] = h[1] * f[1];
-                row[2] = h[2] * f[2];
-                row[3] = h[0] * f[1] + f[0] * h[1];
-                row[4] = h[0] * f[2] + f[0] * h[2];
-                row[5] = h[1] * f[2] + f[1] * h[2];
+                row[0] = n0 * f[0];
+                row[1] = n1 * f[1];
+                row[2] = c * F[2][2];
+                row[3] = n0 * f[1] + f[0] * n1;
+                row[4] = n0 * f[2] + c * F[2][0];
+                row[5] = n1 * f[2] + c * F[2][1];
             }
     }
 
-    // K(ak, bk) += w h_akᵀ S h_bk for DOFs of the same direction.
+    // K(ak, bk) += w (dH_ak : S dH_bk) for DOFs of the same direction.
     void add_geometric(const point_values& v, double w, double* K) const
     {
         const voigt6& s = v.sigma;
-        const double S[3][3] = {{s[0], s[3], s[4]}, {s[3], s[1], s[5]}, {s[4], s[5], s[2]}};
         for (unsigned b = 0; b < nbr_nodes; ++b)
-            for (unsigned a = 0; a <= b; ++a)
+            for (unsigned a = 0; a <= b; ++a) {
+                const double* na = v.n[a];
+                const double* nb = v.n[b];
+                const double g = na[0] * (s[0] * nb[0] + s[3] * nb[1]) + na[1] * (s[3] * nb[0] + s[1] * nb[1]);
                 for (unsigned k = 0; k < 2; ++k) {
-                    double ha[3], hb[3], g = 0.0;
-                    row_of(v, a, k, ha);
-                    row_of(v, b, k, hb);
-                    for (unsigned i = 0; i < 3; ++i)
-                        for (unsigned j = 0; j < 3; ++j) g += ha[i] * S[i][j] * hb[j];
+                    const double hoop = hoop_of(v, a, k) * hoop_of(v, b, k) * s[2];
                     const unsigned i = 2 * a + k, j = 2 * b + k;
-                    K[std::size_t(j) * (j + 1) / 2 + i] += w * g;
+                    K[std::size_t(j) * (j + 1) / 2 + i] += w * (g + hoop);
                 }
+            }
     }
 };
 
