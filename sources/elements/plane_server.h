@@ -898,7 +898,8 @@ public:
                 g[0] += n[a][0] * e.T[a];
                 g[1] += n[a][1] * e.T[a];
             }
-            for (unsigned i = 0; i < 3; ++i) w.results(3 + i, p) = scale * (e.frame(i, 0) * g[0] + e.frame(i, 1) * g[1]);
+            for (unsigned i = 0; i < 3; ++i)
+                w.results(3 + i, p) = scale * (e.frame(i, 0) * g[0] + e.frame(i, 1) * g[1]);
         }
         if (status != no_error) w.results.clear();
         return status;

@@ -36,16 +36,12 @@ TEST(membrane_laws, sizes_short_forms_and_stiffness_range)
         error_type expected;
         unsigned processed;
     };
-    const row rows[] = {{false, 2, error_type(-1), 0},  {false, 3, no_error, 4},  {false, 4, no_error, 4},
-                        {false, 5, error_type(-1), 0},  {true, 12, error_type(-1), 0}, {true, 13, no_error, 17},
-                        {true, 16, no_error, 17},       {true, 18, error_type(-1), 0}};
+    const row rows[] = {{false, 2, error_type(-1), 0}, {false, 3, no_error, 4}, {false, 5, error_type(-1), 0},
+                        {true, 12, error_type(-1), 0}, {true, 16, no_error, 17}, {true, 18, error_type(-1), 0}};
     for (const row& r : rows) {
         SCOPED_TRACE(r.size);
-        Ptr<core::law_base> law;
-        if (r.orthotropic)
-            law = new core::law_membrane_orthotropic;
-        else
-            law = new core::law_membrane_StVenant;
+        Ptr<core::law_base> law = r.orthotropic ? static_cast<core::law_base*>(new core::law_membrane_orthotropic)
+                                                : new core::law_membrane_StVenant;
         dense1D<double, 8> d(r.size, 2.0);
         EXPECT_EQ(law->init(d), r.expected);
         EXPECT_EQ(law->data.size(), r.processed);
@@ -92,27 +88,19 @@ TEST(membrane_laws, orthotropic_axes_turn_with_their_angle)
     EXPECT_NEAR(quarter(0, 2), 0.0, 1e-10);
     const core::constitutive3 iso = law_at(200.0, 200.0, 0.3, 0.0), turned = law_at(200.0, 200.0, 0.3, pi / 4);
     for (unsigned k = 0; k < 6; ++k) EXPECT_NEAR(turned[k], iso[k], 1e-10);
-    core::law_membrane_StVenant same;
-    ASSERT_EQ(same.init(values({200.0, 0.3, 0.0, 0.1})), no_error);
-    for (unsigned k = 0; k < 6; ++k) EXPECT_NEAR(iso[k], D_of(same)[k], 1e-10);
 }
 
 // The view of the plane normal to x sees the solid's yy as its a, zz as b, xx as c.
 TEST(membrane_laws, the_plane_view_permutes_the_solid_components)
 {
     Ptr<core::law_solid_orthotropic> solid = new core::law_solid_orthotropic;
-    dense1D<double, 8> d(18, 0.0);
-    for (unsigned i = 0; i < 6; ++i) d[i] = 10.0 * (i + 1);
-    d[6] = d[7] = d[8] = 1.0;
-    d[9] = 1.0;  // xx-yy
-    d[10] = 2.0; // xx-zz
-    d[11] = 3.0; // yy-zz
-    ASSERT_EQ(solid->init(d), no_error);
+    // Diagonal 10 to 60; couplings xx-yy 1, xx-zz 2, yy-zz 3.
+    ASSERT_EQ(solid->init(values({10, 20, 30, 40, 50, 60, 1, 1, 1, 1, 2, 3, 0, 0, 0, 0, 0, 0})), no_error);
     const unsigned axes[3] = {1, 2, 0};
     core::law_solid_stiff_2d view(solid, axes);
     core::constitutive6 D;
     core::voigt6 sigma;
-    double e = 0.0;
+    double e;
     EXPECT_TRUE(view.get_stress({}, core::voigt6{}, D, sigma, e, nullptr, nullptr));
     // a = y, b = z, c = x; ab = yz, ac = xy, bc = xz.
     const double diagonal[6] = {20, 30, 10, 60, 40, 50};
