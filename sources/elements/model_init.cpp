@@ -55,21 +55,21 @@ error_type make_stiff_mesh(context_type* context, physics_base* physics, const d
 {
     return make_first(context, physics, mesh, type,
                       {make_solid_stiff, make_line_stiff, make_distributed_spring_2d, make_plate_stiff,
-                       make_shell_stiff},
+                       make_shell_stiff, make_plane_stiff},
                       out);
 }
 
 error_type make_mass_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                           element_type type, Ptr<numerical_model_base>& out)
 {
-    return make_first(context, physics, mesh, type, {make_solid_mass, make_line_mass, make_shell_mass},
+    return make_first(context, physics, mesh, type, {make_solid_mass, make_line_mass, make_shell_mass, make_plane_mass},
                       out);
 }
 
 error_type make_thermal_mesh(context_type* context, physics_base* physics, const dense2D<unsigned>& mesh,
                              element_type type, Ptr<numerical_model_base>& out)
 {
-    return make_first(context, physics, mesh, type, {make_conduction_3d, make_conduction_1d},
+    return make_first(context, physics, mesh, type, {make_conduction_3d, make_conduction_1d, make_conduction_2d},
                       out);
 }
 
@@ -78,6 +78,13 @@ error_type make_load_only_mesh(context_type* context, const dense2D<unsigned>& m
 {
     if (auto e = check(nullptr, false, mesh, type); e != no_error) return e;
     return make_load_only(context, mesh, type, out);
+}
+
+error_type make_load_only_axi_mesh(context_type* context, const dense2D<unsigned>& mesh, element_type type,
+                                   Ptr<numerical_model_base>& out)
+{
+    if (auto e = check(nullptr, false, mesh, type); e != no_error) return e;
+    return make_load_only_axi(context, mesh, type, out);
 }
 
 } // namespace kelt::core

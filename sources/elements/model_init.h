@@ -24,6 +24,9 @@ namespace kelt::core {
                                            Ptr<numerical_model_base>& out);
 [[nodiscard]] error_type make_load_only_mesh(context_type* context, const dense2D<unsigned>& mesh, element_type type,
                                              Ptr<numerical_model_base>& out);
+// Loads on the meridian plane of axisymmetric solids, times 2 pi r: edges and faces.
+[[nodiscard]] error_type make_load_only_axi_mesh(context_type* context, const dense2D<unsigned>& mesh,
+                                                 element_type type, Ptr<numerical_model_base>& out);
 
 // The instances of each family, by element type; element_type_error for a type
 // that the family has no instance of. Each lives in its family's own file.
@@ -53,6 +56,18 @@ namespace kelt::core {
                                           element_type type, Ptr<numerical_model_base>& out);
 [[nodiscard]] error_type make_shell_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
                                          element_type type, Ptr<numerical_model_base>& out);
+
+// The face families: membranes, plane strain, axisymmetric solids and torsion; their
+// masses; conduction in faces; axisymmetric load-only meshes.
+[[nodiscard]] error_type make_plane_stiff(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                          element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_plane_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
+                                         element_type type, Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_conduction_2d(context_type* context, physics_base& physics,
+                                            const dense2D<unsigned>& mesh, element_type type,
+                                            Ptr<numerical_model_base>& out);
+[[nodiscard]] error_type make_load_only_axi(context_type* context, const dense2D<unsigned>& mesh, element_type type,
+                                            Ptr<numerical_model_base>& out);
 
 // The rules of the volumes' matrix servers (stiffness, conduction) and of their
 // external-work servers.

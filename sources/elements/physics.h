@@ -8,6 +8,7 @@
 #include "kelt/elements/element_loads.h"
 #include "kelt/laws/law_base.h"
 #include "kelt/laws/law_beam.h"
+#include "kelt/laws/law_membrane.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_shell.h"
 #include "kelt/laws/law_solid.h"
@@ -30,6 +31,13 @@ inline constexpr unsigned physics_beam_code = 5000;
 inline constexpr unsigned physics_distributed_spring_1d_code = 9000;
 inline constexpr unsigned physics_distributed_spring_2d_code = 10000;
 inline constexpr unsigned physics_heat_conduction_1d_code = 17000;
+inline constexpr unsigned physics_membrane_code = 3000;
+inline constexpr unsigned physics_plane_strain_code = 8000;
+inline constexpr unsigned physics_axi3d_code = 12000;
+inline constexpr unsigned physics_axi_torsion_code = 13000;
+inline constexpr unsigned physics_heat_conduction_2d_code = 18000;
+// Added to the first code by the finite variant of the axisymmetric solids.
+inline constexpr unsigned axi_finite_variant_offset = 100;
 // Added to the first code by the finite variants.
 inline constexpr unsigned finite_variant_offset = 300;
 
@@ -195,6 +203,101 @@ public:
 };
 
 using conduction_1d = heat_conduction_1d<law_scalar>;
+
+// Membranes: plane stress in each face's own frame, three global translations
+// per node.
+template <class Strain, class Transformation, class Law>
+class mechanical_displacement_2d
+    : public physics_with_law<Law, physics_membrane_code,
+                              physics_membrane_code + (std::is_same_v<Transformation, finite_transformation_tag>
+                                                           ? finite_variant_offset
+                                                           : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
+    static constexpr const auto& places = translation_places;
+
+    using mechanical_displacement_2d::physics_with_law::physics_with_law;
+};
+
+using membrane_small = mechanical_displacement_2d<small_strain_tag, small_transformation_tag, law_membrane_stiff>;
+using membrane_finite = mechanical_displacement_2d<small_strain_tag, finite_transformation_tag, law_membrane_stiff>;
+using membrane_mass = mechanical_displacement_2d<small_strain_tag, small_transformation_tag, law_scalar>;
+
+// The in-plane translations of a plane, by its normal axis: a, b, with a x b the
+// normal.
+inline constexpr unsigned places_yz[2] = {place_y, place_z};
+inline constexpr unsigned places_zx[2] = {place_z, place_x};
+inline constexpr unsigned places_xy[2] = {place_x, place_y};
+template <unsigned Normal> struct plane_of;
+template <> struct plane_of<0> { static constexpr const auto& places = places_yz; };
+template <> struct plane_of<1> { static constexpr const auto& places = places_zx; };
+template <> struct plane_of<2> { static constexpr const auto& places = places_xy; };
+
+// Plane strain in the plane normal to the axis `Normal`: two translations per node,
+// the solid law seen through law_solid_stiff_2d.
+template <class Transformation, unsigned Normal>
+class mechanical_plane_strain
+    : public physics_with_law<law_solid_stiff_2d, physics_plane_strain_code,
+                              physics_plane_strain_code +
+                                  (std::is_same_v<Transformation, finite_transformation_tag> ? finite_variant_offset
+                                                                                             : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+    static constexpr const auto& places = plane_of<Normal>::places;
+    static constexpr unsigned axes[3] = {plane_of<Normal>::places[0], plane_of<Normal>::places[1], Normal};
+
+    using mechanical_plane_strain::physics_with_law::physics_with_law;
+};
+
+// Axisymmetric solids: the meridian plane is x (radius), y (axis of revolution);
+// the hoop direction stands for z. Two translations per node, x and y.
+template <class Transformation, class Law>
+class mechanical_displacement_axi3d
+    : public physics_with_law<Law, physics_axi3d_code,
+                              physics_axi3d_code + (std::is_same_v<Transformation, finite_transformation_tag>
+                                                        ? axi_finite_variant_offset
+                                                        : 0)> {
+public:
+    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+    static constexpr const auto& places = places_xy;
+    static constexpr unsigned axes[3] = {0, 1, 2};
+
+    using mechanical_displacement_axi3d::physics_with_law::physics_with_law;
+};
+
+using axi3d_small = mechanical_displacement_axi3d<small_transformation_tag, law_solid_stiff_2d>;
+using axi3d_finite = mechanical_displacement_axi3d<finite_transformation_tag, law_solid_stiff_2d>;
+using axi3d_mass = mechanical_displacement_axi3d<small_transformation_tag, law_scalar>;
+
+// Torsion of axisymmetric solids: the hoop displacement, carried by the z
+// translation of the nodes of the meridian plane x, y.
+inline constexpr unsigned hoop_places[1] = {place_z};
+class mechanical_displacement_axi_torsion
+    : public physics_with_law<law_solid_stiff_2d, physics_axi_torsion_code, physics_axi_torsion_code> {
+public:
+    static constexpr bool finite = false;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+    static constexpr const auto& places = hoop_places;
+    static constexpr unsigned axes[3] = {0, 1, 2};
+
+    using mechanical_displacement_axi_torsion::physics_with_law::physics_with_law;
+};
+
+// Steady conduction in faces: one temperature per node, the law's value the
+// conductivity times the thickness.
+template <class Law>
+class heat_conduction_2d
+    : public physics_with_law<Law, physics_heat_conduction_2d_code, physics_heat_conduction_2d_code> {
+public:
+    static constexpr unsigned accepted_loads = load_bit(load_heat);
+
+    using heat_conduction_2d::physics_with_law::physics_with_law;
+};
+
+using conduction_2d = heat_conduction_2d<law_scalar>;
 
 // Loads alone: no law, no matrix.
 class physics_load_only : public physics_base {

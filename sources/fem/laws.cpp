@@ -6,6 +6,7 @@
 #include "kelt/fem/bases_mgr.h"
 #include "kelt/fem/handle_call.h"
 #include "kelt/laws/law_beam.h"
+#include "kelt/laws/law_membrane.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_spring.h"
 #include "kelt/laws/law_shell.h"
@@ -175,6 +176,33 @@ law_shell_mass::law_shell_mass() { make<core::law_shell_mass>(*this); }
 error_type law_shell_mass::init(const dense1D<double, 8>& data)
 {
     return call<core::law_shell_mass>(*this, [&](core::law_shell_mass& l) { return l.init(data); });
+}
+
+law_membrane_StVenant::law_membrane_StVenant() { make<core::law_membrane_StVenant>(*this); }
+
+error_type law_membrane_StVenant::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_membrane_StVenant>(*this, [&](core::law_membrane_StVenant& l) { return l.init(data); });
+}
+
+law_membrane_orthotropic::law_membrane_orthotropic() { make<core::law_membrane_orthotropic>(*this); }
+
+error_type law_membrane_orthotropic::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_membrane_orthotropic>(*this,
+                                                [&](core::law_membrane_orthotropic& l) { return l.init(data); });
+}
+
+error_type law_solid_stiff_2d::init(const law_base& solid)
+{
+    auto* s = dynamic_cast<core::law_solid_stiff*>(static_cast<core::law_base*>(core_of(solid)));
+    if (!s || s->data.empty()) return invalid_data_error;
+    // The view's own axes are the global ones; each model sets its plane's.
+    static constexpr unsigned global_axes[3] = {0, 1, 2};
+    auto* view = new (std::nothrow) core::law_solid_stiff_2d(Ptr<core::law_solid_stiff>(s), global_axes);
+    if (!view) return memory_error;
+    attach(*this, view);
+    return no_error;
 }
 
 } // namespace kelt::fem

@@ -158,4 +158,38 @@ public:
     [[nodiscard]] error_type init(const dense1D<double, 8>& data);
 };
 
+// Membranes, plane stress: E, nu, thermal expansion, thickness (1 when left out).
+// Resultants are forces per unit length.
+class law_membrane_StVenant : public law_base {
+public:
+    law_membrane_StVenant();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// Membranes, plane stress in material axes at an angle to each face's first axis;
+// 13 values (16 with an initial stress), completed to 17:
+//   0 to 2    the diagonal of C: 11, 22, then the shear modulus 12
+//   3, 4      the two principal moduli, which set the stiffness range
+//   5         the coupling C(11, 22)
+//   6         the angle of the material axes from the face's first axis, radians
+//   7 to 9    thermal expansion 11, 22, 12
+//   10, 11    the couplings C(11, 12), C(22, 12)
+//   12        the thickness
+//   13 to 15  the initial stress 11, 22, 12
+class law_membrane_orthotropic : public law_base {
+public:
+    law_membrane_orthotropic();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// A solid law (law_solid_StVenant, law_solid_orthotropic, law_solid_skyline) seen
+// by the plane-strain and axisymmetric models, which also take the solid law
+// itself. The solid law works in the global frame, without its material basis.
+class law_solid_stiff_2d : public law_base {
+public:
+    law_solid_stiff_2d() = default;
+    // invalid_data_error when `solid` is no solid law with parameters.
+    [[nodiscard]] error_type init(const law_base& solid);
+};
+
 } // namespace kelt::fem

@@ -151,6 +151,23 @@ error_type numerical_model_load_only::init(context& ctx, const dense2D<unsigned>
     });
 }
 
+numerical_model_load_only_axi::numerical_model_load_only_axi(context&) {}
+
+numerical_model_load_only_axi::numerical_model_load_only_axi(context& ctx, const dense2D<unsigned>& mesh,
+                                                             element_type type)
+{
+    (void)init(ctx, mesh, type);
+}
+
+void numerical_model_load_only_axi::create(context&) { clear_w(); }
+
+error_type numerical_model_load_only_axi::init(context& ctx, const dense2D<unsigned>& mesh, element_type type)
+{
+    return build(*this, ctx, [&](core::context_type* c, Ptr<core::numerical_model_base>& out) {
+        return core::make_load_only_axi_mesh(c, mesh, type, out);
+    });
+}
+
 numerical_model_composite::numerical_model_composite(context& ctx) { create(ctx); }
 
 void numerical_model_composite::create(context& ctx)

@@ -97,6 +97,17 @@ public:
     [[nodiscard]] error_type init(context& ctx, const dense2D<unsigned>& mesh, element_type type);
 };
 
+// Loads on the meridian plane of axisymmetric solids (x the radius, y the axis),
+// on edges and faces: forces per unit length or area, and on edges a pressure
+// against the normal in the plane, each times 2 pi r at the point.
+class numerical_model_load_only_axi : public numerical_model_mesh {
+public:
+    explicit numerical_model_load_only_axi(context& ctx);
+    numerical_model_load_only_axi(context& ctx, const dense2D<unsigned>& mesh, element_type type);
+    void create(context& ctx);
+    [[nodiscard]] error_type init(context& ctx, const dense2D<unsigned>& mesh, element_type type);
+};
+
 // Models held by identifier; an identifier that names no model is skipped.
 class numerical_model_composite : public numerical_model_base {
 public:

@@ -37,6 +37,28 @@ error_type make_bed(base_class& h, const base_class& law, const vector_fixed<dou
     return no_error;
 }
 
+// The solid law that `law` is or that it views.
+Ptr<core::law_solid_stiff> solid_of(const base_class& law)
+{
+    auto* l = static_cast<core::law_base*>(core_of(law));
+    if (auto* view = dynamic_cast<core::law_solid_stiff_2d*>(l)) return view->solid;
+    return Ptr<core::law_solid_stiff>(dynamic_cast<core::law_solid_stiff*>(l));
+}
+
+// A physics in a plane on a view of the solid law of `law`, along its own axes.
+template <class Physics>
+error_type make_2d(base_class& h, const base_class& law)
+{
+    Ptr<core::law_solid_stiff> solid = solid_of(law);
+    if (!solid) return invalid_data_error;
+    Ptr<core::law_solid_stiff_2d> view = new (std::nothrow) core::law_solid_stiff_2d(solid, Physics::axes);
+    if (!view) return memory_error;
+    auto* p = new (std::nothrow) Physics(view);
+    if (!p) return memory_error;
+    attach(h, p);
+    return no_error;
+}
+
 // A plate on `law` with its normal along `axis`.
 template <class Physics>
 error_type make_plate(base_class& h, const base_class& law, unsigned axis)
@@ -49,6 +71,17 @@ error_type make_plate(base_class& h, const base_class& law, unsigned axis)
     if (!p) return memory_error;
     attach(h, p);
     return no_error;
+}
+
+template <class Transformation>
+error_type make_plane_strain(base_class& h, const base_class& law, unsigned plane_axis)
+{
+    switch (plane_axis) {
+    case 0: return make_2d<core::mechanical_plane_strain<Transformation, 0>>(h, law);
+    case 1: return make_2d<core::mechanical_plane_strain<Transformation, 1>>(h, law);
+    case 2: return make_2d<core::mechanical_plane_strain<Transformation, 2>>(h, law);
+    default: return invalid_data_error;
+    }
 }
 
 } // namespace
@@ -120,5 +153,41 @@ error_type model_shell_lin::init(const law_base& law) { return make<core::shell_
 error_type model_shell_gnl::init(const law_base& law) { return make<core::shell_finite>(*this, law); }
 
 error_type model_shell_mass::init(const law_shell_mass& law) { return make<core::shell_mass>(*this, law); }
+
+
+error_type model_membrane_lin::init(const law_base& law) { return make<core::membrane_small>(*this, law); }
+
+error_type model_membrane_gnl::init(const law_base& law) { return make<core::membrane_finite>(*this, law); }
+
+error_type model_surf_mass::init(const law_scalar& mass_per_area)
+{
+    return make<core::membrane_mass>(*this, mass_per_area);
+}
+
+error_type model_plane_strain_lin::init(const law_base& law, unsigned plane_axis)
+{
+    return make_plane_strain<core::small_transformation_tag>(*this, law, plane_axis);
+}
+
+error_type model_plane_strain_gnl::init(const law_base& law, unsigned plane_axis)
+{
+    return make_plane_strain<core::finite_transformation_tag>(*this, law, plane_axis);
+}
+
+error_type model_axi3d_lin::init(const law_base& law) { return make_2d<core::axi3d_small>(*this, law); }
+
+error_type model_axi3d_gnl::init(const law_base& law) { return make_2d<core::axi3d_finite>(*this, law); }
+
+error_type model_axi3d_mass::init(const law_scalar& density) { return make<core::axi3d_mass>(*this, density); }
+
+error_type model_axi_torsion_lin::init(const law_base& law)
+{
+    return make_2d<core::mechanical_displacement_axi_torsion>(*this, law);
+}
+
+error_type model_heat_conduction_2d::init(const law_scalar& conductivity)
+{
+    return make<core::conduction_2d>(*this, conductivity);
+}
 
 } // namespace kelt::fem

@@ -71,6 +71,17 @@ public:
     [[nodiscard]] error_type init(const law_base& law);
 };
 
+// Membranes (plane stress in each face's frame, in space) in small strain and in
+// the finite variant, on law_membrane_StVenant or law_membrane_orthotropic.
+class model_membrane_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+class model_membrane_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
 // Mindlin plates in small strain on a shell law: the deflection along `axis` (0, 1
 // or 2, the plate's normal) and the rotations about the two other axes;
 // `invalid_data_error` for an axis above 2.
@@ -88,6 +99,47 @@ public:
 // Mindlin shells, six DOFs a node, on law_shell_StVenant, law_shell_orthotropic or
 // law_shell_skyline.
 class model_shell_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
+// The mass of faces in space, on a law_scalar mass per unit area (rho h).
+class model_surf_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& mass_per_area);
+};
+
+// Plane strain in the plane normal to `plane_axis` (2: the x-y plane, 0: y-z, 1:
+// z-x), per unit depth, on a solid law or its law_solid_stiff_2d view; faces turn
+// counterclockwise about the plane's normal. A plane axis above 2 gives
+// invalid_data_error.
+class model_plane_strain_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law, unsigned plane_axis);
+};
+class model_plane_strain_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law, unsigned plane_axis);
+};
+
+// Axisymmetric solids on the meridian plane: x the radius (no node below 0), y the
+// axis, z the hoop direction of the solid law; faces turn counterclockwise about z.
+// Every quantity is of the whole ring: matrices and loads carry 2 pi r.
+class model_axi3d_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+class model_axi3d_gnl : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+// The ring's mass, on a law_scalar density.
+class model_axi3d_mass : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& density);
+};
+// Torsion of axisymmetric solids: the hoop displacement is the z translation.
+class model_axi_torsion_lin : public physics_model_base {
 public:
     [[nodiscard]] error_type init(const law_base& law);
 };
@@ -112,6 +164,12 @@ public:
 
 // Steady conduction along lines, on a law_scalar conductivity times section.
 class model_heat_conduction_1d : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_scalar& conductivity);
+};
+
+// Steady conduction in faces, on a law_scalar conductivity times thickness.
+class model_heat_conduction_2d : public physics_model_base {
 public:
     [[nodiscard]] error_type init(const law_scalar& conductivity);
 };
