@@ -355,16 +355,26 @@ void modal_run(run_state& run, const fem::modal_settings& settings, solver_modal
         const eigen_settings es = kernel_settings(run, settings);
         {
             phase_timer t(time_eigen);
+            // The band's lower end has a margin against rounding, in which a few
+            // modes below freq_min may lie: they are asked for too, then dropped.
+            const unsigned margin = w.shift.L1 > 0.0 ? 4u : 0u;
             eigen_Lanczos_hybrid kernel(es, run);
             const error_type e = kernel.run(w.K.matrix, w.M.matrix, std::max(-sigma, 0.0) + 1.0, X, lambda, Y,
-                                            w.count, 0, band, -DBL_MAX);
+                                            std::min(w.count + margin, n_basis), 0, band, -DBL_MAX);
+            unsigned below = 0;
+            while (margin && below < lambda.size() && lambda[below] - sigma < w.shift.L1 * (1.0 - 1e-9)) ++below;
+            const unsigned kept = std::min<unsigned>(unsigned(lambda.size()) - below, w.count);
+            if (below || kept < lambda.size()) {
+                lambda = std::vector<double>(lambda.begin() + below, lambda.begin() + below + kept);
+                X = eigen_basis(X, 0, below, rows, kept);
+            }
             if (e == non_convergence_error)
                 run.raise_warning(convergence_warning, "Convergence warning.");
             else if (e != no_error)
                 KELT_RAISE(run, e, "Modal solver.");
         }
         data.uses_disk = uses_disk(run);
-        if (run.failed()) return;
+        if (!run.going()) return; // an interrupt in the kernel leaves no mode
     }
     modal_report(run, w, data, X, lambda, w.shift.sigma, w.count, time_eigen);
     if (run.failed()) return;
@@ -422,8 +432,13 @@ void modal_ldrv_run(run_state& run, const fem::modal_settings& settings, solver_
             e = kernel.run(w.K.matrix, product, w.M.matrix, band, V, lambda, Q, X, Y);
             data.nbr_blocks = unsigned(kernel.block_widths.size());
             if (e == no_error && run.going()) {
+                // Rounding leaves a rigid direction with a tiny value of either sign:
+                // null is at most 1e-10 of the scale of K over M.
+                double M_max = 0.0;
+                for (unsigned r = 0; r < rows; ++r) M_max = std::max(M_max, w.M.matrix.get(r, r));
+                const double null_below = M_max > 0.0 ? 1e-10 * std::fabs(data.pivot_max) / M_max : 0.0;
                 bool null = lambda.empty();
-                for (double l : lambda) null = null || l - sigma <= 0.0;
+                for (double l : lambda) null = null || l - sigma <= null_below;
                 if (null) {
                     KELT_RAISE(run, internal_error, "Error in LDRV modal solver: null frequency(ies)");
                     return;
@@ -440,8 +455,8 @@ void modal_ldrv_run(run_state& run, const fem::modal_settings& settings, solver_
             KELT_RAISE(run, internal_error, "Error in LDRV modal solver.");
             return;
         }
-        if (run.interrupted()) lambda.clear();
         data.uses_disk = uses_disk(run);
+        if (!run.going()) return;
     }
     modal_report(run, w, data, V, lambda, sigma, w.count, time_eigen);
     if (run.failed()) return;
