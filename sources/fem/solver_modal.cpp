@@ -393,14 +393,16 @@ void modal_ldrv_run(run_state& run, const fem::modal_settings& settings, solver_
     const unsigned rows = w.n.size(), c = w.S ? w.S->cols() : 0;
     const double sigma = w.shift.sigma;
     if (!settings.static_modes_only && w.shift.w2 > 0.0 && c > 0 && w.count > 0 && rows > 0) {
-        const unsigned blocks = w.count / c, nbr_vectors = std::max(blocks, 1u) * c;
+        // Blocks of c vectors, as many as fit in the count; a block that loses
+        // dependent vectors leaves room for more blocks.
+        const unsigned nbr_vectors = std::min(w.count, rows);
         data.D_modes_size_MB = double(rows) * (nbr_vectors + 2.0 * c) * 8.0 * bytes_to_MB;
         run.log(2, "Requested memory D-modes : %10llu doubles (%.2f MB)\n",
                 (unsigned long long)rows * (nbr_vectors + 2ull * c), data.D_modes_size_MB);
         data.total_size_MB += data.D_modes_size_MB;
         if (!run.check_memory(data.total_size_MB, __FILE__, __LINE__) || run.stop_requested()) return;
         eigen_basis X, Y;
-        if (!V.resize(rows, std::min(nbr_vectors, rows), 0.0, run.OOC()) || !make_bases(run, rows, c, X, Y)) {
+        if (!V.resize(rows, nbr_vectors, 0.0, run.OOC()) || !make_bases(run, rows, c, X, Y)) {
             KELT_RAISE(run, memory_error, "Matrix allocation error.");
             return;
         }
@@ -510,6 +512,14 @@ void raise_data_error(run_status& s, const char* file, int line)
     std::snprintf(s.msg_title, run_status::text_size, "%s", "DATA ERROR");
     std::snprintf(s.msg_detail, run_status::text_size, "\nFile = %s, Line #%d. \n", core::source_name(file), line);
 }
+// The helpers run outside the frame of `run`: they keep exceptions away themselves.
+void raise_memory_error(run_status& s)
+{
+    if (s.error_code != no_error) return;
+    s.error_code = memory_error;
+    std::snprintf(s.msg_title, run_status::text_size, "%s", "MEMORY ERROR");
+    s.msg_detail[0] = 0;
+}
 } // namespace
 
 void solver_modal::run(data_type& data) const
@@ -528,7 +538,8 @@ void solver_modal::compute_damping_decay_factors(const FEM_matrix& modes, double
 {
     const core::FEM_real* X = modes_of(modes);
     const unsigned m = X ? X->cols() : 0;
-    (void)decay.resize(m, 0.0);
+    if (!decay.resize(m, 0.0)) return decay.clear(); // no room: no factor at all
+    std::fill(decay.begin(), decay.end(), 0.0);
     if (alpha == 0.0 || !(alpha == alpha)) return;
     for (unsigned i = 0; i < m; ++i) {
         const dense1D<double, 8> phi = X->col_read(i);
@@ -542,7 +553,7 @@ void solver_modal::compute_damping_decay_factors(data_type& data, const dense1D<
     const core::FEM_real* X = modes_of(data.modes);
     const unsigned m = X ? X->cols() : 0;
     if (coeffs.size() != m) return raise_data_error(data, __FILE__, __LINE__);
-    (void)decay.resize(m, 0.0);
+    if (!decay.resize(m, 0.0)) return raise_memory_error(data);
     for (unsigned i = 0; i < m; ++i) {
         const dense1D<double, 8> phi = X->col_read(i);
         decay[i] = -0.5 * coeffs[i] * core::dot(phi, phi.begin());
@@ -553,7 +564,8 @@ void solver_modal::compute_damping_decay_factors(data_type& data, dense1D<double
 {
     const core::FEM_real* X = modes_of(data.modes);
     const unsigned m = X ? X->cols() : 0;
-    (void)decay.resize(m, 0.0);
+    if (!decay.resize(m, 0.0)) return raise_memory_error(data);
+    std::fill(decay.begin(), decay.end(), 0.0);
     if (!m || !data.has_numerical_model()) return;
     try {
         core::helper_run h(settings, data);
@@ -564,46 +576,48 @@ void solver_modal::compute_damping_decay_factors(data_type& data, dense1D<double
                 KELT_RAISE(h.run, e, "Assembly error.");
             decay[i] = -0.5 * core::dot(phi, y.data());
         }
-    } catch (const std::bad_alloc&) {
-        raise_data_error(data, __FILE__, __LINE__);
-        data.error_code = memory_error;
-        std::snprintf(data.msg_title, run_status::text_size, "%s", "MEMORY ERROR");
+    } catch (...) {
+        raise_memory_error(data);
     }
 }
 
 void solver_modal::compute_damping_corrections(data_type& data, dense1D<double, 8>& decay,
                                                FEM_matrix& corrections) const
 {
-    const core::FEM_real* X = modes_of(data.modes);
-    const unsigned m = X ? X->cols() : 0;
-    if (data.freqs.size() != m || !m) return raise_data_error(data, __FILE__, __LINE__);
-    compute_damping_decay_factors(data, decay);
-    if (data.error_raised()) return;
-    core::FEM_real& C = core::output_matrix(corrections);
-    C = core::FEM_real(X->get_IDs(), m);
-    const double tol = settings.tolerance;
-    core::helper_run h(settings, data);
-    std::vector<double> y(X->rows());
-    for (unsigned i = 0; i < m && !data.error_raised(); ++i) {
-        const dense1D<double, 8> phi_i = X->col_read(i);
-        std::vector<double> x(phi_i.begin(), phi_i.end());
-        if (const error_type e = core::damping_product(h.run, *X, x.data(), y); e != no_error) {
-            KELT_RAISE(h.run, e, "Assembly error.");
-            return;
+    try {
+        const core::FEM_real* X = modes_of(data.modes);
+        const unsigned m = X ? X->cols() : 0;
+        if (data.freqs.size() != m || !m) return raise_data_error(data, __FILE__, __LINE__);
+        compute_damping_decay_factors(data, decay);
+        if (data.error_raised()) return;
+        core::FEM_real& C = core::output_matrix(corrections);
+        C = core::FEM_real(X->get_IDs(), m);
+        const double tol = settings.tolerance;
+        core::helper_run h(settings, data);
+        std::vector<double> y(X->rows());
+        for (unsigned i = 0; i < m && !data.error_raised(); ++i) {
+            const dense1D<double, 8> phi_i = X->col_read(i);
+            std::vector<double> x(phi_i.begin(), phi_i.end());
+            if (const error_type e = core::damping_product(h.run, *X, x.data(), y); e != no_error) {
+                KELT_RAISE(h.run, e, "Assembly error.");
+                return;
+            }
+            dense1D<double, 8> out = C.col(i);
+            const double fi = data.freqs[i];
+            for (unsigned j = 0; j < m; ++j) {
+                const double fj = data.freqs[j];
+                if (j == i || fj == fi) continue;
+                const dense1D<double, 8> phi_j = X->col_read(j);
+                double c = core::dot(phi_j, y.data());
+                if (c * c < tol * tol * 4.0 * decay[j] * decay[i]) c = 0.0;
+                c = (fi / ((fi - fj) * (fi + fj) * core::two_pi)) * c;
+                if (c == 0.0) continue;
+                out = C.col(i);
+                for (unsigned r = 0; r < out.size(); ++r) out[r] += c * phi_j[r];
+            }
         }
-        dense1D<double, 8> out = C.col(i);
-        const double fi = data.freqs[i];
-        for (unsigned j = 0; j < m; ++j) {
-            const double fj = data.freqs[j];
-            if (j == i || fj == fi) continue;
-            const dense1D<double, 8> phi_j = X->col_read(j);
-            double c = core::dot(phi_j, y.data());
-            if (c * c < tol * tol * 4.0 * decay[j] * decay[i]) c = 0.0;
-            c = (fi / ((fi - fj) * (fi + fj) * core::two_pi)) * c;
-            if (c == 0.0) continue;
-            out = C.col(i);
-            for (unsigned r = 0; r < out.size(); ++r) out[r] += c * phi_j[r];
-        }
+    } catch (...) {
+        raise_memory_error(data);
     }
 }
 

@@ -380,3 +380,97 @@ TEST(solver_modal, an_interrupt_at_any_check_leaves_a_warning_and_no_error)
         EXPECT_FALSE(c.has("Total computing time"));
     }
 }
+
+TEST(solver_modal, static_modes_are_the_static_solution_and_its_energy)
+{
+    block b(true, 2);
+    fem::solver_modal solver = modal(1);
+    solver.settings.static_modes_only = true;
+    fem::solver_modal::data_type data(b.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title;
+    EXPECT_EQ(data.freqs.size(), 0u);
+    EXPECT_EQ(data.modes.cols(), 0u);
+    ASSERT_EQ(data.static_modes.cols(), 2u);
+    fem::solver_static_linear statics;
+    fem::solver_static_linear::data_type reference(b.problem);
+    statics.run(reference);
+    ASSERT_EQ(reference.error_code, no_error);
+    const dense1D<unsigned, 8> IDs = data.static_modes.get_IDs();
+    for (unsigned c = 0; c < 2; ++c) {
+        EXPECT_NEAR(data.static_participation[c], reference.energies[c], 1e-10 * reference.energies[c]);
+        for (unsigned id : IDs) {
+            double u = 0.0, v = 0.0;
+            ASSERT_EQ(data.static_modes.getID_val(id, c, u), no_error);
+            ASSERT_EQ(reference.U.getID_val(id, c, v), no_error);
+            ASSERT_NEAR(u, v, 1e-10 * std::fabs(reference.energies[c])) << id;
+        }
+    }
+}
+
+namespace {
+void converged_at_once(void* user, unsigned iteration, double, bool& converged)
+{
+    ++*static_cast<int*>(user);
+    converged = converged || iteration == 0;
+}
+} // namespace
+
+TEST(solver_modal, the_convergence_check_can_end_the_iterations_at_the_first_pass)
+{
+    block b(true, 0);
+    std::vector<double> lambda, K, M;
+    std::vector<unsigned> IDs;
+    b.dense(lambda, K, M, IDs);
+    fem::solver_modal solver = modal(3, 1e-14);
+    int calls = 0;
+    solver.settings.convergence_check = converged_at_once;
+    solver.settings.user_data = &calls;
+    fem::solver_modal::data_type data(b.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error);
+    EXPECT_EQ(data.warning_code, no_error);
+    EXPECT_EQ(calls, 1);
+    ASSERT_EQ(data.freqs.size(), 3u);
+    // One pass on the Lanczos basis already bounds the values from above, closely.
+    for (unsigned i = 0; i < 3; ++i) {
+        EXPECT_GE(data.freqs[i], std::sqrt(lambda[i]) * hertz * (1 - 1e-12));
+        EXPECT_NEAR(data.freqs[i], std::sqrt(lambda[i]) * hertz, 5e-2 * data.freqs[i]);
+    }
+}
+
+TEST(solver_modal, damping_helpers_check_their_counts)
+{
+    block b(true, 0);
+    fem::solver_modal solver = modal(3);
+    fem::solver_modal::data_type data(b.problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error);
+    // A mass-proportional coefficient per mode gives what one coefficient gives.
+    dense1D<double, 8> one, each, coeffs, from_models;
+    solver.compute_damping_decay_factors(data, 0.3, one);
+    for (unsigned i = 0; i < 3; ++i) coeffs.push_back(0.3);
+    solver.compute_damping_decay_factors(data, coeffs, each);
+    ASSERT_EQ(one.size(), 3u);
+    ASSERT_EQ(each.size(), 3u);
+    for (unsigned i = 0; i < 3; ++i) {
+        EXPECT_LT(one[i], 0.0);
+        EXPECT_EQ(one[i], each[i]);
+    }
+    solver.compute_damping_decay_factors(data, std::nan(""), one);
+    for (double d : one) EXPECT_EQ(d, 0.0);
+    // No model assembles damping here: no decay and no correction.
+    fem::FEM_matrix corrections;
+    solver.compute_damping_corrections(data, from_models, corrections);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title;
+    ASSERT_EQ(from_models.size(), 3u);
+    ASSERT_EQ(corrections.cols(), 3u);
+    for (unsigned j = 0; j < 3; ++j) {
+        EXPECT_EQ(from_models[j], 0.0);
+        for (double v : corrections.col(j)) EXPECT_EQ(v, 0.0);
+    }
+    coeffs.push_back(0.3);
+    solver.compute_damping_decay_factors(data, coeffs, each);
+    EXPECT_EQ(data.error_code, invalid_data_error);
+    EXPECT_STREQ(data.msg_title, "DATA ERROR");
+}
