@@ -40,24 +40,6 @@ const double* column_read(const eigen_basis& X, unsigned j)
     return c.size() == X.rows() ? c.data() : nullptr;
 }
 
-// The diagonal of a matrix, by rows.
-std::vector<double> diagonal(const symmetric_hybrid_OOC<double>& A)
-{
-    std::vector<double> d(A.nbr_rows(), 0.0);
-    block_proxy_data* data = A.proxy();
-    if (!data || A.empty()) return d;
-    block_cursor cursor(A, true);
-    if (cursor.error != no_error) return d;
-    (void)for_windows(*data, true, [&](unsigned b0, unsigned b1) {
-        for (unsigned b = b0; b < b1; ++b) {
-            const symmetric_skyline_block* v = data->find_block(b);
-            if (!v) continue;
-            for (unsigned s = 0; s < v->dim; ++s) d[v->first + s] = v->values[s];
-        }
-    });
-    return d;
-}
-
 // Columns [0, n) of X replaced by K⁻¹ X, by runs of columns that the window holds
 // together.
 error_type solve_in_place(const symmetric_hybrid_OOC<double>& K, eigen_basis& X, unsigned n, unsigned threads,
@@ -166,11 +148,10 @@ error_type add_random(eigen_basis& X, unsigned first, unsigned end, std::mt19937
 }
 
 // x scaled to M-norm 1; the square of the former norm comes back.
-double M_normalise(const symmetric_hybrid_OOC<double>& M, double* x, unsigned n, std::vector<double>& w,
-                   unsigned threads)
+double M_normalise(const compressed_sym& M, double* x, unsigned n, std::vector<double>& w, unsigned threads)
 {
     std::fill(w.begin(), w.end(), 0.0);
-    multiply(M, 1.0, x, w.data(), threads);
+    M.multiply(x, w.data(), threads);
     const double v = dot(x, w.data(), n);
     if (v > 0.0) {
         const double f = 1.0 / std::sqrt(v);
@@ -202,15 +183,76 @@ void log_line(iteration_observer& o, unsigned level, const char* format, int a, 
 
 } // namespace
 
-error_type multiply_columns(const symmetric_hybrid_OOC<double>& M, eigen_basis& X, eigen_basis& Y, unsigned n,
-                            unsigned threads)
+error_type compressed_sym::build(const symmetric_hybrid_OOC<double>& A)
+{
+    const unsigned n = A.nbr_rows();
+    diag_.assign(n, 0.0);
+    starts_.assign(std::size_t(n) + 1, 0);
+    cols_.clear(), values_.clear();
+    block_proxy_data* data = A.proxy();
+    if (!data || n == 0) return no_error;
+    block_cursor cursor(A, true);
+    if (cursor.error != no_error) return cursor.error;
+    // Two walks: the count of each row's off-diagonal nonzeros, then their places.
+    std::vector<std::size_t> fill;
+    for (int pass = 0; pass < 2; ++pass) {
+        const error_type e = for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+            for (unsigned b = b0; b < b1; ++b) {
+                const symmetric_skyline_block& v = *data->find_block(b);
+                if (pass == 0)
+                    for (unsigned s = 0; s < v.dim; ++s) diag_[v.first + s] = v.values[s];
+                for (unsigned s = 1; s < v.nbr_segments; ++s) {
+                    const unsigned c = v.columns[s], top = v.seg_top(s), len = v.seg_length(s);
+                    const double* a = v.seg_end(s) - len;
+                    for (unsigned i = top; i < top + len; ++i, ++a) {
+                        if (*a == 0.0) continue;
+                        if (pass == 0) {
+                            ++starts_[i + 1], ++starts_[c + 1];
+                        } else {
+                            cols_[fill[i]] = c, values_[fill[i]++] = *a;
+                            cols_[fill[c]] = i, values_[fill[c]++] = *a;
+                        }
+                    }
+                }
+            }
+        });
+        if (e != no_error) return e;
+        if (pass == 0) {
+            for (unsigned r = 0; r < n; ++r) starts_[r + 1] += starts_[r];
+            cols_.resize(starts_[n]), values_.resize(starts_[n]);
+            fill.assign(starts_.begin(), starts_.end() - 1);
+        }
+    }
+    // Each row in column order, so that its sum does not depend on the blocks.
+    std::vector<std::pair<unsigned, double>> row;
+    for (unsigned r = 0; r < n; ++r) {
+        row.clear();
+        for (std::size_t k = starts_[r]; k < starts_[r + 1]; ++k) row.emplace_back(cols_[k], values_[k]);
+        std::sort(row.begin(), row.end());
+        for (std::size_t k = 0; k < row.size(); ++k) cols_[starts_[r] + k] = row[k].first, values_[starts_[r] + k] = row[k].second;
+    }
+    return no_error;
+}
+
+void compressed_sym::multiply(const double* x, double* y, unsigned threads) const
+{
+    const long n = long(diag_.size());
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1 && n > 16384)
+    for (long r = 0; r < n; ++r) {
+        double s = diag_[std::size_t(r)] * x[r];
+        for (std::size_t k = starts_[std::size_t(r)]; k < starts_[std::size_t(r) + 1]; ++k) s += values_[k] * x[cols_[k]];
+        y[r] += s;
+    }
+}
+
+error_type multiply_columns(const compressed_sym& M, eigen_basis& X, eigen_basis& Y, unsigned n, unsigned threads)
 {
     for (unsigned j = 0; j < n; ++j) {
         const double* x = column_read(X, j);
         double* y = column(Y, j);
         if (!x || !y) return memory_error;
         std::fill(y, y + Y.rows(), 0.0);
-        multiply(M, 1.0, x, y, threads);
+        M.multiply(x, y, threads);
     }
     return no_error;
 }
@@ -364,7 +406,7 @@ std::pair<unsigned, unsigned> select_modes(const std::vector<double>& values, co
     return {lowest, lowest + nbr_wanted};
 }
 
-error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
+error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M,
                          unsigned first, eigen_basis& X, std::mt19937& generator, unsigned threads)
 {
     const unsigned cols = X.cols(), rows = X.rows();
@@ -375,7 +417,7 @@ error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const symmetric_
         if (!x) return memory_error;
         std::fill(x, x + rows, 0.0);
     }
-    std::vector<double> d = diagonal(M);
+    std::vector<double> d = M.diagonal();
     d.resize(rows, 0.0);
     if (std::all_of(d.begin(), d.end(), [](double v) { return v == 0.0; }))
         return add_random(X, first, cols, generator, 2.0 * s * 2.3283064365386963e-10);
@@ -404,7 +446,7 @@ error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const symmetric_
     return add_random(X, c, cols, generator, s * 4.656612874161595e-10);
 }
 
-error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M, eigen_basis& X,
+error_type lanczos(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M, eigen_basis& X,
                    std::mt19937& generator, iteration_observer& observer, unsigned threads, unsigned& filled)
 {
     const unsigned n = X.cols(), rows = X.rows();
@@ -416,7 +458,7 @@ error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid
     unsigned restarts = 0, j = 0;
     const auto M_dot = [&](const std::vector<double>& v) {
         std::fill(w.begin(), w.end(), 0.0);
-        multiply(M, 1.0, v.data(), w.data(), threads);
+        M.multiply(v.data(), w.data(), threads);
         return dot(v.data(), w.data(), rows);
     };
     while (j < n && !observer.stop_requested()) {
@@ -425,7 +467,7 @@ error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid
             const double* prev = column_read(X, j - 1);
             if (!prev) return memory_error;
             std::fill(q.begin(), q.end(), 0.0);
-            multiply(M, 1.0, prev, q.data(), threads);
+            M.multiply(prev, q.data(), threads);
             double energy = 0.0;
             error_type e = forward(K, q.data(), threads, energy);
             if (e == no_error) e = backward(K, q.data(), threads);
@@ -448,7 +490,7 @@ error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid
         bool accepted = false;
         for (unsigned pass = 0; pass < 3 && !accepted; ++pass) {
             std::fill(w.begin(), w.end(), 0.0);
-            multiply(M, 1.0, q.data(), w.data(), threads);
+            M.multiply(q.data(), w.data(), threads);
             for (unsigned k = 0; k < j; ++k) {
                 const double* xk = column_read(X, k);
                 if (!xk) return memory_error;
@@ -482,7 +524,7 @@ error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid
     return no_error;
 }
 
-error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
+error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M_matrix,
                                double sigma, eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y,
                                unsigned nbr_wanted, unsigned nbr_cols, unsigned nbr_given, const eigen_band& band,
                                double pivot)
@@ -495,6 +537,8 @@ error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symm
     if (Y.rows() != rows || Y.cols() < nbr_cols || Y.proxy == X.proxy) return internal_error;
     observer.log(2, "Subspace iterations algorithm.\n");
     const unsigned threads = std::max(1u, settings.threads);
+    compressed_sym M;
+    if (const error_type e = M.build(M_matrix); e != no_error) return e;
     std::mt19937 generator(1);
     std::vector<double> Kr, Mr, Q, values, previous;
     unsigned previous_first = 0;
@@ -600,7 +644,7 @@ error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symm
     return converged ? no_error : non_convergence_error;
 }
 
-error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
+error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M_matrix,
                                      double sigma, eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y,
                                      unsigned nbr_wanted, unsigned nbr_given, const eigen_band& band, double pivot)
 {
@@ -611,20 +655,22 @@ error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, cons
     double t = wall_clock();
     std::mt19937 generator(1);
     unsigned filled = 0;
-    const error_type e = lanczos(K, M, X, generator, observer, std::max(1u, settings.threads), filled);
+    compressed_sym M;
+    error_type e = M.build(M_matrix);
+    if (e == no_error) e = lanczos(K, M, X, generator, observer, std::max(1u, settings.threads), filled);
     nbr_wanted = std::min(nbr_wanted, X.cols());
     log_line(observer, 3, "  Lanczos                          : %10.2f s.\n", wall_clock() - t);
     if (e != no_error) return e;
     (void)nbr_given;
     t = wall_clock();
     eigen_subspace subspace(settings, observer);
-    const error_type r = subspace.run(K, M, sigma, X, lambda, Y, nbr_wanted, X.cols(), filled, band, pivot);
+    const error_type r = subspace.run(K, M_matrix, sigma, X, lambda, Y, nbr_wanted, X.cols(), filled, band, pivot);
     iterations = subspace.iterations;
     log_line(observer, 3, "  Subspace iterations              : %10.2f s.\n", wall_clock() - t);
     return r;
 }
 
-error_type orthonormalize(const symmetric_hybrid_OOC<double>& M, eigen_basis& V, unsigned nbr_done, eigen_basis& X,
+error_type orthonormalize(const compressed_sym& M, eigen_basis& V, unsigned nbr_done, eigen_basis& X,
                           eigen_basis& Y, double drop, unsigned passes, unsigned threads, unsigned& kept)
 {
     (void)Y;
@@ -636,12 +682,12 @@ error_type orthonormalize(const symmetric_hybrid_OOC<double>& M, eigen_basis& V,
         if (!src) return memory_error;
         std::copy(src, src + rows, q.begin());
         std::fill(w.begin(), w.end(), 0.0);
-        multiply(M, 1.0, q.data(), w.data(), threads);
+        M.multiply(q.data(), w.data(), threads);
         const double before = dot(q.data(), w.data(), rows);
         for (unsigned pass = 0; pass < passes; ++pass) {
             if (pass > 0) {
                 std::fill(w.begin(), w.end(), 0.0);
-                multiply(M, 1.0, q.data(), w.data(), threads);
+                M.multiply(q.data(), w.data(), threads);
             }
             const auto remove = [&](const double* v) {
                 const double a = dot(v, w.data(), rows);
@@ -669,7 +715,7 @@ error_type orthonormalize(const symmetric_hybrid_OOC<double>& M, eigen_basis& V,
 }
 
 error_type eigen_LDRV::run(const symmetric_hybrid_OOC<double>& K, const matrix_product& product,
-                           const symmetric_hybrid_OOC<double>& M, const eigen_band& band, eigen_basis& V,
+                           const symmetric_hybrid_OOC<double>& M_matrix, const eigen_band& band, eigen_basis& V,
                            std::vector<double>& lambda, std::vector<double>& Q, eigen_basis& X, eigen_basis& Y)
 {
     lambda.clear();
@@ -678,6 +724,8 @@ error_type eigen_LDRV::run(const symmetric_hybrid_OOC<double>& K, const matrix_p
     if (V.cols() == 0) return no_error;
     const unsigned rows = V.rows(), threads = std::max(1u, settings.threads);
     double t = wall_clock();
+    compressed_sym M;
+    if (const error_type e = M.build(M_matrix); e != no_error) return e;
     unsigned done = 0, width = X.cols();
     error_type e = no_error;
     eigen_basis Xb = X, Yb = Y;

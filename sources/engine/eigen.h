@@ -36,6 +36,24 @@ struct eigen_band {
     double upper = DBL_MAX;
 };
 
+// The nonzeros of a symmetric matrix, both triangles, by rows: M is stored on its
+// factor's profile, whose fill the many products of the kernels would read in
+// vain. Each row's sum runs in column order on one thread.
+class compressed_sym {
+public:
+    // From a block skyline matrix, unfactored.
+    [[nodiscard]] error_type build(const symmetric_hybrid_OOC<double>& A);
+    // y += A x.
+    void multiply(const double* x, double* y, unsigned threads) const;
+    const std::vector<double>& diagonal() const noexcept { return diag_; }
+    unsigned rows() const noexcept { return unsigned(diag_.size()); }
+
+private:
+    std::vector<std::size_t> starts_;
+    std::vector<unsigned> cols_;
+    std::vector<double> values_, diag_;
+};
+
 // Packed upper triangles, column after column: (i, j), i <= j, at j (j + 1) / 2 + i.
 inline std::size_t packed_at(unsigned i, unsigned j) noexcept
 {
@@ -57,12 +75,12 @@ std::pair<unsigned, unsigned> select_modes(const std::vector<double>& values, co
 
 // Columns `first` and up of X set to start vectors: M's diagonal, then unit
 // vectors where the diagonal, swept by K's factor, is largest, then random ones.
-[[nodiscard]] error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
+[[nodiscard]] error_type start_vectors(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M,
                                        unsigned first, eigen_basis& X, std::mt19937& generator, unsigned threads);
 
 // Fills the columns of X with an M-orthonormal basis, Krylov vectors of K⁻¹ M
 // mixed with random restarts; the number filled comes back in `filled`.
-[[nodiscard]] error_type lanczos(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
+[[nodiscard]] error_type lanczos(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M,
                                  eigen_basis& X, std::mt19937& generator, iteration_observer& observer,
                                  unsigned threads, unsigned& filled);
 
@@ -123,12 +141,12 @@ public:
 // it, in `passes` of Gram-Schmidt, and of M-norm 1; a column whose M-norm falls
 // below `drop` of what it had is removed and the later ones move down. The
 // number kept comes back.
-[[nodiscard]] error_type orthonormalize(const symmetric_hybrid_OOC<double>& M, eigen_basis& V, unsigned nbr_done,
+[[nodiscard]] error_type orthonormalize(const compressed_sym& M, eigen_basis& V, unsigned nbr_done,
                                         eigen_basis& X, eigen_basis& Y, double drop, unsigned passes,
                                         unsigned threads, unsigned& kept);
 
 // y = M x over the n first columns.
-[[nodiscard]] error_type multiply_columns(const symmetric_hybrid_OOC<double>& M, eigen_basis& X, eigen_basis& Y,
+[[nodiscard]] error_type multiply_columns(const compressed_sym& M, eigen_basis& X, eigen_basis& Y,
                                           unsigned n, unsigned threads);
 
 // X = B C, with C (B.cols x n, column major): n columns of X, different stores.
