@@ -234,14 +234,14 @@ error_type compressed_sym::build(const symmetric_hybrid_OOC<double>& A)
     return no_error;
 }
 
-void compressed_sym::multiply(const double* x, double* y, unsigned threads) const
+void compressed_sym::multiply(const double* x, double* y, unsigned threads, double factor) const
 {
     const long n = long(diag_.size());
 #pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1 && n > 16384)
     for (long r = 0; r < n; ++r) {
         double s = diag_[std::size_t(r)] * x[r];
         for (std::size_t k = starts_[std::size_t(r)]; k < starts_[std::size_t(r) + 1]; ++k) s += values_[k] * x[cols_[k]];
-        y[r] += s;
+        y[r] += factor * s;
     }
 }
 
@@ -529,6 +529,15 @@ error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symm
                                unsigned nbr_wanted, unsigned nbr_cols, unsigned nbr_given, const eigen_band& band,
                                double pivot)
 {
+    compressed_sym M;
+    if (const error_type e = M.build(M_matrix); e != no_error) return e;
+    return run(K, M, sigma, X, lambda, Y, nbr_wanted, nbr_cols, nbr_given, band, pivot);
+}
+
+error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M, double sigma,
+                               eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y, unsigned nbr_wanted,
+                               unsigned nbr_cols, unsigned nbr_given, const eigen_band& band, double pivot)
+{
     lambda.clear();
     iterations = 0;
     nbr_cols = std::min(nbr_cols, X.cols());
@@ -537,8 +546,6 @@ error_type eigen_subspace::run(const symmetric_hybrid_OOC<double>& K, const symm
     if (Y.rows() != rows || Y.cols() < nbr_cols || Y.proxy == X.proxy) return internal_error;
     observer.log(2, "Subspace iterations algorithm.\n");
     const unsigned threads = std::max(1u, settings.threads);
-    compressed_sym M;
-    if (const error_type e = M.build(M_matrix); e != no_error) return e;
     std::mt19937 generator(1);
     std::vector<double> Kr, Mr, Q, values, previous;
     unsigned previous_first = 0;
@@ -648,6 +655,15 @@ error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, cons
                                      double sigma, eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y,
                                      unsigned nbr_wanted, unsigned nbr_given, const eigen_band& band, double pivot)
 {
+    compressed_sym M;
+    if (const error_type e = M.build(M_matrix); e != no_error) return e;
+    return run(K, M, sigma, X, lambda, Y, nbr_wanted, nbr_given, band, pivot);
+}
+
+error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M, double sigma,
+                                     eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y, unsigned nbr_wanted,
+                                     unsigned nbr_given, const eigen_band& band, double pivot)
+{
     lambda.clear();
     iterations = 0;
     if (X.empty()) return no_error;
@@ -655,16 +671,14 @@ error_type eigen_Lanczos_hybrid::run(const symmetric_hybrid_OOC<double>& K, cons
     double t = wall_clock();
     std::mt19937 generator(1);
     unsigned filled = 0;
-    compressed_sym M;
-    error_type e = M.build(M_matrix);
-    if (e == no_error) e = lanczos(K, M, X, generator, observer, std::max(1u, settings.threads), filled);
+    const error_type e = lanczos(K, M, X, generator, observer, std::max(1u, settings.threads), filled);
     nbr_wanted = std::min(nbr_wanted, X.cols());
     log_line(observer, 3, "  Lanczos                          : %10.2f s.\n", wall_clock() - t);
     if (e != no_error) return e;
     (void)nbr_given;
     t = wall_clock();
     eigen_subspace subspace(settings, observer);
-    const error_type r = subspace.run(K, M_matrix, sigma, X, lambda, Y, nbr_wanted, X.cols(), filled, band, pivot);
+    const error_type r = subspace.run(K, M, sigma, X, lambda, Y, nbr_wanted, X.cols(), filled, band, pivot);
     iterations = subspace.iterations;
     log_line(observer, 3, "  Subspace iterations              : %10.2f s.\n", wall_clock() - t);
     return r;
@@ -718,14 +732,21 @@ error_type eigen_LDRV::run(const symmetric_hybrid_OOC<double>& K, const matrix_p
                            const symmetric_hybrid_OOC<double>& M_matrix, const eigen_band& band, eigen_basis& V,
                            std::vector<double>& lambda, std::vector<double>& Q, eigen_basis& X, eigen_basis& Y)
 {
+    compressed_sym M;
+    if (const error_type e = M.build(M_matrix); e != no_error) return e;
+    return run(K, product, M, band, V, lambda, Q, X, Y);
+}
+
+error_type eigen_LDRV::run(const symmetric_hybrid_OOC<double>& K, const matrix_product& product,
+                           const compressed_sym& M, const eigen_band& band, eigen_basis& V,
+                           std::vector<double>& lambda, std::vector<double>& Q, eigen_basis& X, eigen_basis& Y)
+{
     lambda.clear();
     Q.clear();
     block_widths.clear();
     if (V.cols() == 0) return no_error;
     const unsigned rows = V.rows(), threads = std::max(1u, settings.threads);
     double t = wall_clock();
-    compressed_sym M;
-    if (const error_type e = M.build(M_matrix); e != no_error) return e;
     unsigned done = 0, width = X.cols();
     error_type e = no_error;
     eigen_basis Xb = X, Yb = Y;

@@ -43,8 +43,8 @@ class compressed_sym {
 public:
     // From a block skyline matrix, unfactored.
     [[nodiscard]] error_type build(const symmetric_hybrid_OOC<double>& A);
-    // y += A x.
-    void multiply(const double* x, double* y, unsigned threads) const;
+    // y += factor A x.
+    void multiply(const double* x, double* y, unsigned threads, double factor = 1.0) const;
     const std::vector<double>& diagonal() const noexcept { return diag_; }
     unsigned rows() const noexcept { return unsigned(diag_.size()); }
 
@@ -97,6 +97,10 @@ public:
                                  double sigma, eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y,
                                  unsigned nbr_wanted, unsigned nbr_cols, unsigned nbr_given, const eigen_band& band,
                                  double pivot);
+    // The same with M compressed already (the caller may then drop its skyline).
+    [[nodiscard]] error_type run(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M, double sigma,
+                                 eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y, unsigned nbr_wanted,
+                                 unsigned nbr_cols, unsigned nbr_given, const eigen_band& band, double pivot);
 
     const eigen_settings& settings;
     iteration_observer& observer;
@@ -111,6 +115,9 @@ public:
     [[nodiscard]] error_type run(const symmetric_hybrid_OOC<double>& K, const symmetric_hybrid_OOC<double>& M,
                                  double sigma, eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y,
                                  unsigned nbr_wanted, unsigned nbr_given, const eigen_band& band, double pivot);
+    [[nodiscard]] error_type run(const symmetric_hybrid_OOC<double>& K, const compressed_sym& M, double sigma,
+                                 eigen_basis& X, std::vector<double>& lambda, eigen_basis& Y, unsigned nbr_wanted,
+                                 unsigned nbr_given, const eigen_band& band, double pivot);
 
     const eigen_settings& settings;
     iteration_observer& observer;
@@ -130,6 +137,9 @@ public:
 
     [[nodiscard]] error_type run(const symmetric_hybrid_OOC<double>& K, const matrix_product& product,
                                  const symmetric_hybrid_OOC<double>& M, const eigen_band& band, eigen_basis& V,
+                                 std::vector<double>& lambda, std::vector<double>& Q, eigen_basis& X, eigen_basis& Y);
+    [[nodiscard]] error_type run(const symmetric_hybrid_OOC<double>& K, const matrix_product& product,
+                                 const compressed_sym& M, const eigen_band& band, eigen_basis& V,
                                  std::vector<double>& lambda, std::vector<double>& Q, eigen_basis& X, eigen_basis& Y);
 
     const eigen_settings& settings;

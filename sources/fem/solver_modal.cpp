@@ -65,6 +65,7 @@ struct modal_work {
     numbering n;
     modal_shift shift;
     indexed_sym_matrix K, M;
+    compressed_sym Mc;           // M's nonzeros: what the kernels read once M is dropped
     bool sturm = false;          // the band's Sturm count was made
     unsigned count = 0;          // modes asked for
     FEM_real* S = nullptr;       // static modes
@@ -156,6 +157,13 @@ bool modal_head(run_state& run, const fem::modal_settings& settings, solver_moda
     run.log(1, "Numerical assembly matrix M        : %10.2f s.\n", data.time_M_assembly);
     if (!M_done) return false;
     log_matrix_statistics(run, w.M.matrix);
+    // Beyond this point M enters through the elements (K + s M) or by its nonzeros:
+    // its skyline, as large as the factor's profile, goes.
+    if (const error_type e = w.Mc.build(w.M.matrix); e != no_error) {
+        KELT_RAISE(run, e, "Matrix allocation error.");
+        return false;
+    }
+    w.M.matrix.clear();
     if (run.stop_requested()) return false;
 
     unsigned count = w.n.size();
@@ -183,7 +191,7 @@ bool modal_head(run_state& run, const fem::modal_settings& settings, solver_moda
     // A free structure whose positive shift was not enough: more of M.
     if (w.shift.sigma > 0.0 &&
         (report.pivot_min <= 0.0 || run.status.warning_code == pivot_warning) && report.min_row < w.n.size()) {
-        const double m = w.M.matrix.get(report.min_row, report.min_row);
+        const double m = w.Mc.diagonal()[report.min_row];
         if (m > 0.0) {
             if (run.status.warning_code == pivot_warning) {
                 run.status.warning_code = no_error;
@@ -359,7 +367,7 @@ void modal_run(run_state& run, const fem::modal_settings& settings, solver_modal
             // modes below freq_min may lie: they are asked for too, then dropped.
             const unsigned margin = w.shift.L1 > 0.0 ? 4u : 0u;
             eigen_Lanczos_hybrid kernel(es, run);
-            const error_type e = kernel.run(w.K.matrix, w.M.matrix, std::max(-sigma, 0.0) + 1.0, X, lambda, Y,
+            const error_type e = kernel.run(w.K.matrix, w.Mc, std::max(-sigma, 0.0) + 1.0, X, lambda, Y,
                                             std::min(w.count + margin, n_basis), 0, band, -DBL_MAX);
             unsigned below = 0;
             while (margin && below < lambda.size() && lambda[below] - sigma < w.shift.L1 * (1.0 - 1e-9)) ++below;
@@ -422,7 +430,7 @@ void modal_ldrv_run(run_state& run, const fem::modal_settings& settings, solver_
             const error_type e =
                 multiply_by_model(*w.model, kind_stiffness, make_pass(*run.problem), w.n.free_IDs, x, all, y, all, energy);
             for (unsigned r = 0; r < rows; ++r) y[r] = -y[r];
-            if (sigma != 0.0) multiply(w.M.matrix, sigma, x, y, run.threads());
+            if (sigma != 0.0) w.Mc.multiply(x, y, run.threads(), sigma);
             return e;
         };
         const eigen_settings es = kernel_settings(run, settings);
@@ -431,13 +439,13 @@ void modal_ldrv_run(run_state& run, const fem::modal_settings& settings, solver_
         {
             phase_timer t(time_eigen);
             eigen_LDRV kernel(es, run);
-            e = kernel.run(w.K.matrix, product, w.M.matrix, band, V, lambda, Q, X, Y);
+            e = kernel.run(w.K.matrix, product, w.Mc, band, V, lambda, Q, X, Y);
             data.nbr_blocks = unsigned(kernel.block_widths.size());
             if (e == no_error && run.going()) {
                 // Rounding leaves a rigid direction with a tiny value of either sign:
                 // null is at most 1e-10 of the scale of K over M.
                 double M_max = 0.0;
-                for (unsigned r = 0; r < rows; ++r) M_max = std::max(M_max, w.M.matrix.get(r, r));
+                for (double d : w.Mc.diagonal()) M_max = std::max(M_max, d);
                 const double null_below = M_max > 0.0 ? 1e-10 * std::fabs(data.pivot_max) / M_max : 0.0;
                 bool null = lambda.empty();
                 for (double l : lambda) null = null || l - sigma <= null_below;
