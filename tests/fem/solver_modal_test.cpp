@@ -225,43 +225,68 @@ TEST(solver_modal, one_and_two_threads_and_a_basis_on_disk_agree)
     }
 }
 
-TEST(eigen_kernels, lanczos_hybrid_and_plain_subspace_agree)
-{
-    block b(true, 0);
-    std::vector<double> lambda, Kd, Md;
-    std::vector<unsigned> IDs;
-    b.dense(lambda, Kd, Md, IDs);
-    auto& p = *static_cast<core::problem_data*>(fem::core_of(b.problem));
+namespace {
+// K factored and M of a clamped block, on the solver's numbering, for the kernels.
+struct kernel_problem {
+    kernel_problem() : run(s, status)
+    {
+        auto& p = *static_cast<core::problem_data*>(fem::core_of(b.problem));
+        run.set_problem(&p, true);
+        double timer = 0.0;
+        EXPECT_TRUE(core::number_DOFs(run, *p.model(), core::kind_stiffness, {}, false, n, timer));
+        EXPECT_TRUE(core::assemble_matrix(run, *p.model(), core::kind_stiffness, core::make_pass(p), n, K, timer));
+        EXPECT_TRUE(core::assemble_matrix(run, *p.model(), core::kind_mass, core::make_pass(p), n, M, timer));
+        core::pivot_check_positive checker;
+        EXPECT_EQ(core::factorize(K.matrix, checker, 1u << 20, 1), no_error);
+        es.tolerance = 1e-12;
+        es.max_iters = 500;
+    }
+    block b{true, 0};
     fem::solver_modal::settings_type s;
     fem::run_status status;
-    core::run_state run(s, status);
-    run.set_problem(&p, true);
+    core::run_state run;
     core::numbering n;
-    double timer = 0.0;
-    ASSERT_TRUE(core::number_DOFs(run, *p.model(), core::kind_stiffness, {}, false, n, timer));
     core::indexed_sym_matrix K, M;
-    ASSERT_TRUE(core::assemble_matrix(run, *p.model(), core::kind_stiffness, core::make_pass(p), n, K, timer));
-    ASSERT_TRUE(core::assemble_matrix(run, *p.model(), core::kind_mass, core::make_pass(p), n, M, timer));
-    core::pivot_check_positive checker;
-    ASSERT_EQ(core::factorize(K.matrix, checker, 1u << 20, 1), no_error);
     core::eigen_settings es;
-    es.tolerance = 1e-12;
-    es.max_iters = 500;
+};
+} // namespace
+
+TEST(eigen_kernels, lanczos_hybrid_and_plain_subspace_agree)
+{
+    kernel_problem k;
+    std::vector<double> lambda, Kd, Md;
+    std::vector<unsigned> IDs;
+    k.b.dense(lambda, Kd, Md, IDs);
     std::vector<double> hybrid, plain;
-    for (int k = 0; k < 2; ++k) {
-        core::eigen_basis X(n.size(), 12), Y(n.size(), 12);
-        std::vector<double>& l = k ? plain : hybrid;
+    for (int pass = 0; pass < 2; ++pass) {
+        core::eigen_basis X(k.n.size(), 12), Y(k.n.size(), 12);
+        std::vector<double>& l = pass ? plain : hybrid;
         const core::eigen_band band;
-        const error_type e = k ? core::eigen_subspace(es, run).run(K.matrix, M.matrix, 1.0, X, l, Y, 4, 12, 0, band, -DBL_MAX)
-                               : core::eigen_Lanczos_hybrid(es, run).run(K.matrix, M.matrix, 1.0, X, l, Y, 4, 0, band,
-                                                                         -DBL_MAX);
-        ASSERT_EQ(e, no_error) << k;
+        const error_type e =
+            pass ? core::eigen_subspace(k.es, k.run).run(k.K.matrix, k.M.matrix, 1.0, X, l, Y, 4, 12, 0, band, -DBL_MAX)
+                 : core::eigen_Lanczos_hybrid(k.es, k.run).run(k.K.matrix, k.M.matrix, 1.0, X, l, Y, 4, 0, band,
+                                                               -DBL_MAX);
+        ASSERT_EQ(e, no_error) << pass;
         ASSERT_EQ(l.size(), 4u);
     }
     for (unsigned i = 0; i < 4; ++i) {
         EXPECT_NEAR(hybrid[i], lambda[i], 1e-9 * lambda[i]);
         EXPECT_NEAR(plain[i], hybrid[i], 1e-9 * lambda[i]);
     }
+}
+
+TEST(eigen_kernels, a_zero_mass_makes_every_basis_dependent_and_gives_no_mode)
+{
+    kernel_problem k;
+    core::symmetric_hybrid_OOC<double> zero;
+    ASSERT_EQ(zero.create(k.n.profile, k.n.size(), 0.0), no_error);
+    core::eigen_basis X(k.n.size(), 6), Y(k.n.size(), 6);
+    std::vector<double> l;
+    k.es.max_iters = 20;
+    const error_type e =
+        core::eigen_subspace(k.es, k.run).run(k.K.matrix, zero, 1.0, X, l, Y, 2, 6, 0, core::eigen_band(), -DBL_MAX);
+    EXPECT_EQ(e, non_convergence_error);
+    EXPECT_TRUE(l.empty());
 }
 
 TEST(eigen_kernels, select_modes_keeps_the_band_and_the_wanted_ones)
