@@ -31,7 +31,11 @@ struct modal_settings {
     convergence_handler convergence_check = nullptr;
 
     void reset() noexcept { *this = modal_settings(); }
-    bool valid() const noexcept { return (freq_min > 0.0 ? freq_min : 0.0) < freq_max && max_iters > 0 && tolerance > 0.0; }
+    // A band that is not a number is no band.
+    bool valid() const noexcept
+    {
+        return freq_min == freq_min && (freq_min > 0.0 ? freq_min : 0.0) < freq_max && max_iters > 0 && tolerance > 0.0;
+    }
 };
 
 struct modal_inputs {};

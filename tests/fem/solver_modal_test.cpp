@@ -361,6 +361,7 @@ TEST(solver_modal, failures_reach_the_record)
     const row rows[] = {
         {"band upside down", 10.0, 5.0, 4, 50, 0xFFFFFFFFu, invalid_data_error, no_error, "MODE ERROR"},
         {"no iteration", 0.0, DBL_MAX, 4, 0, 0xFFFFFFFFu, invalid_data_error, no_error, "MODE ERROR"},
+        {"band not a number", std::nan(""), DBL_MAX, 4, 50, 0xFFFFFFFFu, invalid_data_error, no_error, "MODE ERROR"},
         {"nothing asked", 0.0, DBL_MAX, 0, 50, 0xFFFFFFFFu, no_error, no_error, ""},
         {"one iteration", 0.0, DBL_MAX, 4, 1, 0xFFFFFFFFu, no_error, convergence_warning, "Convergence warning."},
         {"no memory", 0.0, DBL_MAX, 4, 50, 0, insufficient_memory_error, no_error, "Insufficient memory."},
