@@ -6,7 +6,11 @@
 # as a separate process, timed with its peak memory; then runs kelt's static_bench on
 # the same block and 2 threads, and prints both tip deflections and times.
 #
-#   bench/calculix_compare.sh [n]
+#   bench/calculix_compare.sh [n] [static|modal]
+# With `modal` the deck gets a density of 7.85e-9 and a *FREQUENCY step for the 10
+# lowest modes in place of the load, and kelt's side is modal_bench
+# ($KELT_MODAL_BENCH, else $KELT_BUILD_DIR/bench/modal_bench); the first
+# frequencies are printed in place of the tip deflections.
 # Needs ccx (Debian package calculix-ccx). kelt's program is taken from
 # $KELT_STATIC_BENCH, else $KELT_BUILD_DIR/bench/static_bench (default build-bench),
 # built with -DKELT_BUILD_BENCH=ON; without it only the CalculiX side runs.
@@ -14,6 +18,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 n=${1:-20}
+mode=${2:-static}
 threads=2
 reference=-1.253668712e-03 # tip deflection of the 80 x 20 x 20 block
 
@@ -28,7 +33,7 @@ trap 'rm -rf "$work"' EXIT
 # The deck: nodes numbered from 1 in the order x fastest, then y, then z, as the
 # benchmark block numbers them from 0; elements in the hexa8 corner order, which
 # is also C3D8's.
-awk -v n="$n" 'BEGIN {
+awk -v n="$n" -v mode="$mode" 'BEGIN {
     nx = 4 * n; ny = n; nz = n; lx = 4.0; ly = 1.0; lz = 1.0; total = -1.0
     print "*HEADING"
     printf "Clamped block %d x %d x %d C3D8\n", nx, ny, nz
@@ -50,8 +55,10 @@ awk -v n="$n" 'BEGIN {
     print "*MATERIAL, NAME=STEEL"
     print "*ELASTIC"
     print "210000., 0.3"
+    if (mode == "modal") { print "*DENSITY"; print "7.85e-9" }
     print "*SOLID SECTION, ELSET=EALL, MATERIAL=STEEL"
     print "*STEP"
+    if (mode == "modal") { print "*FREQUENCY"; print "10"; print "*END STEP"; exit }
     print "*STATIC"
     print "*CLOAD"
     share = total / ((ny + 1) * (nz + 1))
@@ -77,13 +84,24 @@ if [[ -f "$work/time.txt" ]]; then
     ccx_peak=$(awk -F': ' '/Maximum resident set size/ { printf "%.1f", $2 / 1024 }' "$work/time.txt")
     ccx_cpu=$(awk -F': ' '/(User|System) time/ { s += $2 } END { printf "%.2f", s }' "$work/time.txt")
 fi
-# The displacement table of the .dat file: node, ux, uy, uz.
-ccx_tip=$(awk 'NF == 4 && $1 ~ /^[0-9]+$/ { uz = $4 } END { print uz }' "$work/block.dat")
+# The displacement table of the .dat file: node, ux, uy, uz; or, for modes, the
+# eigenvalue table: mode, eigenvalue, rad/time, cycles/time, imaginary part.
+if [[ "$mode" == modal ]]; then
+    ccx_tip=$(awk '/E I G E N V A L U E/ { t = 1 } t && NF == 5 && $1 == 1 { print $4; exit }' "$work/block.dat")
+else
+    ccx_tip=$(awk 'NF == 4 && $1 ~ /^[0-9]+$/ { uz = $4 } END { print uz }' "$work/block.dat")
+fi
 grep -i "solver\|cpu" "$work/ccx.log" | sed 's/^/  ccx | /' | head -8 || true
 
 kelt=${KELT_STATIC_BENCH:-${KELT_BUILD_DIR:-build-bench}/bench/static_bench}
+[[ "$mode" == modal ]] && kelt=${KELT_MODAL_BENCH:-${KELT_BUILD_DIR:-build-bench}/bench/modal_bench}
 kelt_tip=n/a kelt_wall=n/a kelt_peak=n/a kelt_cpu=n/a
-if [[ -x "$kelt" ]]; then
+if [[ -x "$kelt" && "$mode" == modal ]]; then
+    "$kelt" -t "$threads" "$n" > "$work/kelt.txt"
+    sed 's/^/  kelt | /' "$work/kelt.txt"
+    # summary n threads DOFs wall cpu peak-MB first-frequency
+    read -r kelt_wall kelt_cpu kelt_peak kelt_tip < <(awk '$1 == "summary" { print $5, $6, $7, $8 }' "$work/kelt.txt")
+elif [[ -x "$kelt" ]]; then
     "$kelt" -t "$threads" "$n" > "$work/kelt.txt"
     sed 's/^/  kelt | /' "$work/kelt.txt"
     # The summary row: n thr DOFs build number K-asm RHS factor solve total wall cpu factor-MB peak-MB tip.
@@ -93,8 +111,10 @@ else
 fi
 
 echo
-printf "%-10s %16s %10s %12s %12s\n" "program" "tip deflection" "wall s" "processor s" "peak MB"
+quantity="tip deflection"
+[[ "$mode" == modal ]] && quantity="first freq Hz"
+printf "%-10s %16s %10s %12s %12s\n" "program" "$quantity" "wall s" "processor s" "peak MB"
 printf "%-10s %16s %10s %12s %12s\n" "CalculiX" "$ccx_tip" "$ccx_wall" "$ccx_cpu" "$ccx_peak"
 printf "%-10s %16s %10s %12s %12s\n" "kelt" "$kelt_tip" "$kelt_wall" "$kelt_cpu" "$kelt_peak"
-[[ "$n" == 20 ]] && printf "%-10s %16s\n" "reference" "$reference"
+[[ "$n" == 20 && "$mode" == static ]] && printf "%-10s %16s\n" "reference" "$reference"
 exit 0

@@ -51,6 +51,7 @@ bool factorise(run_state& run, symmetric_hybrid_OOC<double>& A, const numbering&
         log_pivot_events(checker->events, [&](unsigned level, const char* line) { run.log(level, line); });
     report.pivot_min = checker->min_value;
     report.pivot_max = checker->max_value;
+    report.min_row = checker->min_index;
     std::vector<unsigned> bad;
     for (const pivot_event& ev : checker->events) bad.push_back(ev.index);
     std::sort(bad.begin(), bad.end());

@@ -31,6 +31,7 @@ struct factor_report {
     double pivot_max = 0.0;
     unsigned bad_DOF = 0xFFFFFFFFu;  // the rejected pivot's, or the smallest one's on a warning
     unsigned nbr_below = 0;          // count_below: pivots under the bound
+    unsigned min_row = 0xFFFFFFFFu;  // matrix position of the smallest pivot
     dense1D<unsigned, 8> bad_IDs;    // every DOF whose pivot was rejected or replaced, in matrix order
 };
 

@@ -23,6 +23,17 @@ FEM_real_states& output_states(fem::FEM_states& handle)
     return *U;
 }
 
+FEM_real& output_matrix(fem::FEM_matrix& handle)
+{
+    auto* U = static_cast<FEM_real*>(fem::core_of(handle));
+    if (!U) {
+        U = new FEM_real;
+        fem::attach(handle, U);
+    }
+    U->clear();
+    return *U;
+}
+
 FEM_real_states* input_states(const fem::FEM_states& handle) noexcept
 {
     return static_cast<FEM_real_states*>(fem::core_of(handle));

@@ -26,6 +26,9 @@ numerical_model_base* take_problem(run_state& run, problem_data* problem);
 // The core object of a record's output states, made if the handle has none,
 // emptied.
 FEM_real_states& output_states(fem::FEM_states& handle);
+// The core object of a record's output matrix, made if the handle has none,
+// emptied.
+FEM_real& output_matrix(fem::FEM_matrix& handle);
 // The core object of an input state, null when the handle has none.
 FEM_real_states* input_states(const fem::FEM_states& handle) noexcept;
 
