@@ -119,7 +119,8 @@ error_type nodal_record::tensor(unsigned node, unsigned state, field_tag f, symm
 {
     s = {};
     unsigned first = 0;
-    switch (f) {
+    // 16 and 32 name the same two tensors as 8 and 24 without being fields of a node.
+    switch (unsigned(f)) {
     case 8: case 16: first = 0; break;
     case 24: case 32: first = 6; break;
     default: return invalid_data_error;

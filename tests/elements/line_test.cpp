@@ -258,7 +258,7 @@ TEST(line_beam, taper_against_exact_integral)
     // Six Gauss points on 1 / (1 + c xi) err by about 4 rho^12, rho = c / (1 +
     // sqrt(1 - c^2)), for the steepest taper c of the two sections integrated.
     double rho = 0.0;
-    for (const auto [e1, e2] : {std::pair{s.Iy, end2[4]}, std::pair{s.Az, end2[2]}}) {
+    for (const auto& [e1, e2] : {std::pair{s.Iy, end2[4]}, std::pair{s.Az, end2[2]}}) {
         const double c = std::fabs(e2 - e1) / (e2 + e1);
         rho = std::max(rho, c / (1.0 + std::sqrt(1.0 - c * c)));
     }

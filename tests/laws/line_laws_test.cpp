@@ -85,7 +85,7 @@ TEST(spring_laws, linear_spring)
     law.get_thermal_strain(law_key{}, 3.0, strain);
     EXPECT_DOUBLE_EQ(strain, -0.3);
     // A floor of 2 lifts a smaller force; a floor of -2 caps it from above.
-    for (const auto [floor, s, expected] : {std::tuple{2.0, 0.2, 2.0}, std::tuple{2.0, 1.0, 5.0},
+    for (const auto& [floor, s, expected] : {std::tuple{2.0, 0.2, 2.0}, std::tuple{2.0, 1.0, 5.0},
                                             std::tuple{-2.0, 0.2, -2.0}, std::tuple{-2.0, -1.0, -5.0}}) {
         ASSERT_EQ(law.init(values({5.0, 7.0, 0.1, 0.0, floor})), no_error);
         law.get_force(law_key{}, s, k, f, e);
@@ -103,7 +103,7 @@ TEST(spring_laws, table_spring)
     t(0, 0) = 0.0, t(1, 0) = 1.0, t(0, 1) = 1.0, t(1, 1) = 0.0;
     ASSERT_EQ(law.init(t, 0, 0, 0, 0), no_error);
     double k, f, e;
-    for (const auto [x, force] : {std::pair{-2.0, -2.0}, std::pair{-0.5, -0.5}, std::pair{3.0, 0.0}}) {
+    for (const auto& [x, force] : {std::pair{-2.0, -2.0}, std::pair{-0.5, -0.5}, std::pair{3.0, 0.0}}) {
         law.get_force(law_key{}, x, k, f, e);
         EXPECT_DOUBLE_EQ(f, force) << x;
     }
