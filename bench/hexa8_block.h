@@ -12,7 +12,9 @@
 
 #include "kelt/engine/profile.h"
 #include "kelt/engine/skyline.h"
+#include "kelt/fem/DOFs_mgr.h"
 #include "kelt/math/dense1D.h"
+#include "kelt/math/dense2D.h"
 
 namespace kelt::bench {
 
@@ -146,6 +148,42 @@ struct hexa8_block {
             for (unsigned j = 0; j <= ny; ++j)
                 if (const unsigned r = free_IDs.rank(node(nx, j, k) * 9 + 2); r != vector_fast::none) f[r] = share;
         return f;
+    }
+
+    // The model through the public interface: node coordinates, hexa8 cells and the
+    // translations, those of the face x = 0 blocked.
+    dense2D<double> positions() const
+    {
+        dense2D<double> pos(3, nbr_nodes());
+        for (unsigned k = 0; k <= nz; ++k)
+            for (unsigned j = 0; j <= ny; ++j)
+                for (unsigned i = 0; i <= nx; ++i) {
+                    const unsigned n = node(i, j, k);
+                    pos(0, n) = lx * i / nx;
+                    pos(1, n) = ly * j / ny;
+                    pos(2, n) = lz * k / nz;
+                }
+        return pos;
+    }
+    dense2D<unsigned> cells() const
+    {
+        dense2D<unsigned> mesh(8, nx * ny * nz);
+        unsigned e = 0;
+        for (unsigned k = 0; k < nz; ++k)
+            for (unsigned j = 0; j < ny; ++j)
+                for (unsigned i = 0; i < nx; ++i, ++e) {
+                    const auto ids = element_DOFs(i, j, k);
+                    for (unsigned a = 0; a < 8; ++a) mesh(a, e) = ids[3 * a] / 9;
+                }
+        return mesh;
+    }
+    fem::DOFs_mgr clamped_DOFs() const
+    {
+        fem::DOFs_mgr DOFs(nbr_nodes(), false);
+        for (unsigned n = 0; n < nbr_nodes(); ++n) (void)DOFs.set(n, displacement_tag, true);
+        for (unsigned k = 0; k <= nz; ++k)
+            for (unsigned j = 0; j <= ny; ++j) (void)DOFs.set(node(0, j, k), displacement_tag, false);
+        return DOFs;
     }
 
     unsigned tip_DOF() const { return node(nx, ny / 2, nz / 2) * 9 + 2; }

@@ -56,28 +56,9 @@ int main(int argc, char** argv)
 
     fem::context ctx;
     ctx.set_max_threads(threads);
-    const unsigned nodes = block.nbr_nodes();
-    dense2D<double> pos(3, nodes);
-    for (unsigned k = 0; k <= block.nz; ++k)
-        for (unsigned j = 0; j <= block.ny; ++j)
-            for (unsigned i = 0; i <= block.nx; ++i) {
-                const unsigned node = block.node(i, j, k);
-                pos(0, node) = block.lx * i / block.nx;
-                pos(1, node) = block.ly * j / block.ny;
-                pos(2, node) = block.lz * k / block.nz;
-            }
-    dense2D<unsigned> mesh(8, block.nx * block.ny * block.nz);
-    unsigned e = 0;
-    for (unsigned k = 0; k < block.nz; ++k)
-        for (unsigned j = 0; j < block.ny; ++j)
-            for (unsigned i = 0; i < block.nx; ++i, ++e) {
-                const auto ids = block.element_DOFs(i, j, k);
-                for (unsigned a = 0; a < 8; ++a) mesh(a, e) = ids[3 * a] / 9;
-            }
-    fem::DOFs_mgr DOFs(nodes, false);
-    for (unsigned node = 0; node < nodes; ++node) (void)DOFs.set(node, displacement_tag, true);
-    for (unsigned k = 0; k <= block.nz; ++k)
-        for (unsigned j = 0; j <= block.ny; ++j) (void)DOFs.set(block.node(0, j, k), displacement_tag, false);
+    dense2D<double> pos = block.positions();
+    const dense2D<unsigned> mesh = block.cells();
+    fem::DOFs_mgr DOFs = block.clamped_DOFs();
 
     fem::law_solid_StVenant law;
     dense1D<double, 8> params;
