@@ -41,6 +41,12 @@ inline constexpr unsigned axi_finite_variant_offset = 100;
 // Added to the first code by the finite variants.
 inline constexpr unsigned finite_variant_offset = 300;
 
+template <class Transformation>
+inline constexpr bool is_finite = std::is_same_v<Transformation, finite_transformation_tag>;
+// The second code of a family: the first, plus the offset in the finite variant.
+template <class Transformation>
+inline constexpr unsigned variant_offset = is_finite<Transformation> ? finite_variant_offset : 0;
+
 class physics_base : public ref_counted {
 public:
     virtual unsigned physics_code() const = 0;
@@ -69,11 +75,9 @@ public:
 template <class Strain, class Transformation, class Law>
 class mechanical_displacement_3d
     : public physics_with_law<Law, physics_solid_code,
-                              physics_solid_code + (std::is_same_v<Transformation, finite_transformation_tag>
-                                                        ? finite_variant_offset
-                                                        : 0)> {
+                              physics_solid_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force);
 
     using mechanical_displacement_3d::physics_with_law::physics_with_law;
@@ -90,11 +94,9 @@ using solid_mass = mechanical_displacement_3d<small_strain_tag, small_transforma
 template <class Transformation, class Law>
 class mechanical_Mindlin_plate
     : public physics_with_law<Law, physics_plate_code,
-                              physics_plate_code + (std::is_same_v<Transformation, finite_transformation_tag>
-                                                        ? finite_variant_offset
-                                                        : 0)> {
+                              physics_plate_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
 
     mechanical_Mindlin_plate(const Ptr<Law>& law_, unsigned axis_)
@@ -109,11 +111,9 @@ public:
 template <class Transformation, class Law>
 class mechanical_Mindlin_shell
     : public physics_with_law<Law, physics_shell_code,
-                              physics_shell_code + (std::is_same_v<Transformation, finite_transformation_tag>
-                                                        ? finite_variant_offset
-                                                        : 0)> {
+                              physics_shell_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
 
     using mechanical_Mindlin_shell::physics_with_law::physics_with_law;
@@ -137,17 +137,13 @@ public:
 
 using conduction_3d = heat_conduction_3d<law_scalar>;
 
-// The second code of a family: the first, plus the offset in the finite variant.
-template <class Transformation>
-inline constexpr unsigned variant_offset = std::is_same_v<Transformation, finite_transformation_tag> ? finite_variant_offset : 0;
-
 // Rods: three translations per node, a law_spring along the axis (law_scalar, a
 // mass per unit length, for their mass).
 template <class Strain, class Transformation, class Law>
 class mechanical_displacement_1d
     : public physics_with_law<Law, physics_rod_code, physics_rod_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force);
 
     using mechanical_displacement_1d::physics_with_law::physics_with_law;
@@ -162,7 +158,7 @@ template <class Strain, class Transformation, class Law>
 class mechanical_Timoshenko_beam
     : public physics_with_law<Law, physics_beam_code, physics_beam_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force);
 
     using mechanical_Timoshenko_beam::physics_with_law::physics_with_law;
@@ -209,11 +205,9 @@ using conduction_1d = heat_conduction_1d<law_scalar>;
 template <class Strain, class Transformation, class Law>
 class mechanical_displacement_2d
     : public physics_with_law<Law, physics_membrane_code,
-                              physics_membrane_code + (std::is_same_v<Transformation, finite_transformation_tag>
-                                                           ? finite_variant_offset
-                                                           : 0)> {
+                              physics_membrane_code + variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force) | load_bit(load_pressure);
     static constexpr const auto& places = translation_places;
 
@@ -240,10 +234,9 @@ template <class Transformation, unsigned Normal>
 class mechanical_plane_strain
     : public physics_with_law<law_solid_stiff_2d, physics_plane_strain_code,
                               physics_plane_strain_code +
-                                  (std::is_same_v<Transformation, finite_transformation_tag> ? finite_variant_offset
-                                                                                             : 0)> {
+                                  variant_offset<Transformation>> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force);
     static constexpr const auto& places = plane_of<Normal>::places;
     static constexpr unsigned axes[3] = {plane_of<Normal>::places[0], plane_of<Normal>::places[1], Normal};
@@ -256,11 +249,9 @@ public:
 template <class Transformation, class Law>
 class mechanical_displacement_axi3d
     : public physics_with_law<Law, physics_axi3d_code,
-                              physics_axi3d_code + (std::is_same_v<Transformation, finite_transformation_tag>
-                                                        ? axi_finite_variant_offset
-                                                        : 0)> {
+                              physics_axi3d_code + (is_finite<Transformation> ? axi_finite_variant_offset : 0)> {
 public:
-    static constexpr bool finite = std::is_same_v<Transformation, finite_transformation_tag>;
+    static constexpr bool finite = is_finite<Transformation>;
     static constexpr unsigned accepted_loads = load_bit(load_force);
     static constexpr const auto& places = places_xy;
     static constexpr unsigned axes[3] = {0, 1, 2};
