@@ -61,13 +61,7 @@ TEST(pivots, a_zero_pivot_stops_or_is_replaced)
         EXPECT_EQ(factorize(A, checker, 1 << 20, 1), pivot_error);
         EXPECT_EQ(checker.bad_index, 1u);
         ASSERT_EQ(checker.events.size(), 1u);
-        std::vector<std::string> lines;
-        log_pivot_events(checker.events, [&](unsigned level, const char* t) {
-            EXPECT_EQ(level, 3u);
-            lines.push_back(t);
-        });
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0], "Bad pivot detected: +0.000000E+00.\n");
+        EXPECT_FALSE(checker.events[0].replaced);
     }
     {
         symmetric_hybrid_OOC<double> A = dense(a, 3);
@@ -76,10 +70,8 @@ TEST(pivots, a_zero_pivot_stops_or_is_replaced)
         EXPECT_EQ(checker.min_value, 0.0);
         EXPECT_EQ(checker.bad_index, 0xFFFFFFFFu);
         EXPECT_EQ(A.get(1, 1), 1.0); // replaced by 1 then inverted
-        std::vector<std::string> lines;
-        log_pivot_events(checker.events, [&](unsigned, const char* t) { lines.push_back(t); });
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0], "Bad pivot detected: +0.000000E+00. Replaced with: +1.000000E+00\n");
+        ASSERT_EQ(checker.events.size(), 1u);
+        EXPECT_TRUE(checker.events[0].replaced);
     }
 }
 
