@@ -218,19 +218,4 @@ TEST(DOFs_mgr_get, out_of_range_fails_with_false)
     EXPECT_EQ(t.set(18, true), invalid_data_error);
 }
 
-TEST(DOFs_mgr_handle, copies_share_the_table)
-{
-    DOFs_mgr a(3, false);
-    DOFs_mgr b(a);
-    DOFs_mgr c;
-    EXPECT_EQ(c.size(), 0u);
-    c = a;
-    ASSERT_EQ(b.set(5, true), no_error);
-    c.resize(4, true);
-    EXPECT_EQ(a.size(), 36u);
-    EXPECT_EQ(ids_of(a, true), (std::vector<unsigned>{5, 27, 28, 29, 30, 31, 32, 33, 34, 35}));
-    EXPECT_EQ(kelt::fem::core_of(a), kelt::fem::core_of(c));
-    EXPECT_EQ(kelt::fem::core_of(a)->use_count(), 3u);
-}
-
 } // namespace
