@@ -21,6 +21,12 @@ list=${2:-tests/mutants.txt}
 filter=${3:-}
 jobs=${KELT_MUTANT_JOBS:-2}
 
+# Each fault is undone by git, which would also undo a change not yet committed.
+if ! git diff --quiet HEAD -- sources; then
+    echo "sources/ has changes not committed: commit or stash them first" >&2
+    exit 2
+fi
+
 if [[ ! -f "$build/build.ninja" ]]; then
     cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELT_BUILD_TESTS=ON -DKELT_BUILD_EXAMPLES=ON \
         -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" >/dev/null || exit 2
