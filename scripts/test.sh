@@ -21,3 +21,6 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$build/package-host" >/dev/null
 "$build/package-host/package_host"
+
+# Informational: how much test code there is for the code it tests.
+scripts/test_share.sh

@@ -1,4 +1,4 @@
-// The DOF table: identifier arithmetic and its inverse, the packed bits against
+// The DOF table: identifiers and their inverse, the packed bits against
 // a plain reference, the failure rules, and sharing by handle.
 #include <gtest/gtest.h>
 
@@ -39,17 +39,6 @@ std::vector<bool> bits_of(const DOFs_mgr& t)
         out[id] = s;
     }
     return out;
-}
-
-TEST(DOFs_mgr_ID, values_of_the_format)
-{
-    EXPECT_EQ(DOFs_mgr::stride(), 9u);
-    EXPECT_EQ(DOFs_mgr::DOF_STRIDE(), 9u);
-    EXPECT_EQ(DOFs_mgr::ID(3, displacement_tag, 2), 29u);
-    EXPECT_EQ(DOFs_mgr::ID(3, rotation_tag, 2), 32u);
-    EXPECT_EQ(DOFs_mgr::ID(3, temperature_tag, 0), 33u);
-    EXPECT_EQ(DOFs_mgr::ID(3, temperature_tag, 5), 33u);
-    for (field_tag f : foreign_tags) EXPECT_EQ(DOFs_mgr::ID(3, f, 0), 0xFFFFFFFFu) << f;
 }
 
 TEST(DOFs_mgr_ID, foreign_tags_fail_and_change_nothing)
@@ -172,21 +161,6 @@ TEST_P(DOFs_mgr_bits, match_a_plain_reference)
 // 3 and 4 nodes straddle bit 32; 7 and 8 straddle bit 64; 32 fills words exactly.
 INSTANTIATE_TEST_SUITE_P(sizes, DOFs_mgr_bits, ::testing::Values(1u, 3u, 4u, 7u, 8u, 32u, 57u));
 
-TEST(DOFs_mgr_bits, neighbours_across_the_word_boundary)
-{
-    DOFs_mgr t(8, false);
-    for (unsigned id : {31u, 32u, 63u, 64u}) {
-        ASSERT_EQ(t.set(id, true), no_error);
-        std::vector<unsigned> expect;
-        for (unsigned k : {31u, 32u, 63u, 64u}) {
-            if (k <= id) expect.push_back(k);
-        }
-        EXPECT_EQ(ids_of(t, true), expect) << id;
-    }
-    ASSERT_EQ(t.set(32, false), no_error);
-    EXPECT_EQ(ids_of(t, true), (std::vector<unsigned>{31, 63, 64}));
-}
-
 // Growth keeps the old bits and fills the new ones; bits cut off by a shrink must
 // not come back with a later growth.
 TEST(DOFs_mgr_resize, keeps_old_bits_fills_new_ones_and_forgets_cut_ones)
@@ -209,18 +183,6 @@ TEST(DOFs_mgr_resize, keeps_old_bits_fills_new_ones_and_forgets_cut_ones)
         EXPECT_EQ(u.nbr_DOFs(true), 9 * n);
         EXPECT_EQ(u.nbr_DOFs(false), 9u);
     }
-}
-
-TEST(DOFs_mgr_set, whole_fields)
-{
-    DOFs_mgr t(3, true);
-    EXPECT_EQ(t.set(2, temperature_tag, false), no_error);
-    EXPECT_EQ(ids_of(t, false), std::vector<unsigned>{24});
-    EXPECT_EQ(t.set(1, rotation_tag, false), no_error);
-    EXPECT_EQ(t.set(0, displacement_tag, false), no_error);
-    EXPECT_EQ(ids_of(t, false), (std::vector<unsigned>{0, 1, 2, 12, 13, 14, 24}));
-    EXPECT_EQ(t.set(3, displacement_tag, false), invalid_data_error);
-    EXPECT_EQ(t.nbr_DOFs(false), 7u);
 }
 
 TEST(DOFs_mgr_set, two_components)
@@ -254,33 +216,6 @@ TEST(DOFs_mgr_get, out_of_range_fails_with_false)
     EXPECT_EQ(t.get(1, temperature_tag, 7, s), no_error);
     EXPECT_TRUE(s);
     EXPECT_EQ(t.set(18, true), invalid_data_error);
-}
-
-TEST(DOFs_mgr_copy_IDs, appends_without_clearing)
-{
-    DOFs_mgr t(2, false);
-    ASSERT_EQ(t.set(17, true), no_error);
-    ASSERT_EQ(t.set(3, true), no_error);
-    dense1D<unsigned, 8> ids;
-    ids.push_back(1000);
-    t.copy_IDs(ids, true);
-    t.copy_IDs(ids, true);
-    EXPECT_EQ(std::vector<unsigned>(ids.begin(), ids.end()), (std::vector<unsigned>{1000, 3, 17, 3, 17}));
-}
-
-TEST(DOFs_mgr_handle, copies_share_the_table)
-{
-    DOFs_mgr a(3, false);
-    DOFs_mgr b(a);
-    DOFs_mgr c;
-    EXPECT_EQ(c.size(), 0u);
-    c = a;
-    ASSERT_EQ(b.set(5, true), no_error);
-    c.resize(4, true);
-    EXPECT_EQ(a.size(), 36u);
-    EXPECT_EQ(ids_of(a, true), (std::vector<unsigned>{5, 27, 28, 29, 30, 31, 32, 33, 34, 35}));
-    EXPECT_EQ(kelt::fem::core_of(a), kelt::fem::core_of(c));
-    EXPECT_EQ(kelt::fem::core_of(a)->use_count(), 3u);
 }
 
 } // namespace

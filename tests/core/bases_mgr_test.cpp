@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "kelt/core/bases_mgr.h"
-#include "kelt/fem/bases_mgr.h"
 
 using kelt::core::frame3;
 using kelt::core::point3;
@@ -365,19 +364,6 @@ TEST(tensor_rotation, constitutive_matrix_follows_strain_and_stress)
         for (unsigned j = 0; j < 6; ++j) direct += rotated(i, j) * eps[j];
         EXPECT_NEAR(direct, sigma[i], 1e3 * tol);
     }
-}
-
-TEST(bases_mgr_handle, own_manager_shared_by_copies)
-{
-    kelt::fem::bases_mgr a, b;
-    EXPECT_EQ(a.create_cartesian({}), 0u);
-    EXPECT_EQ(a.create_spherical({}, {}), 1u);
-    EXPECT_EQ(b.size(), 0u); // each default handle has its own manager
-    kelt::fem::bases_mgr c = a;
-    EXPECT_EQ(c.create_cylindrical({}, {}), 2u);
-    EXPECT_EQ(a.size(), 3u);
-    a.clear();
-    EXPECT_EQ(c.size(), 0u);
 }
 
 } // namespace

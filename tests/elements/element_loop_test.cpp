@@ -304,14 +304,6 @@ TEST(internal_states, a_store_keeps_and_restores_the_states_of_a_model)
     for (const auto& s : model->states) EXPECT_TRUE(s.empty());
 }
 
-TEST(internal_states, identifiers_hash_by_FNV_1a)
-{
-    // The bytes of an identifier, low byte first: 0x64636261 is "abcd", whose
-    // 32-bit FNV-1a is 0xce3479bd.
-    EXPECT_EQ(core::model_ID_hash{}(0x64636261u), 0xce3479bdu);
-    EXPECT_EQ(core::model_ID_hash{}(0), 0x4b95f515u);
-}
-
 } // namespace
 
 namespace {

@@ -1,6 +1,6 @@
 // Integration rules: weights sum to the reference measure, every point lies in its
 // cell, every monomial up to the stated degree is integrated exactly and one degree
-// more is not, identifiers and point order follow the tables, and each shape maps its
+// more is not, identifiers follow the point index, and each shape maps its
 // rule's points and measure through an affine element exactly.
 #include <gtest/gtest.h>
 
@@ -220,44 +220,6 @@ TEST_P(rules, integrate_exactly_up_to_their_degree_and_no_further)
 INSTANTIATE_TEST_SUITE_P(all, rules, ::testing::ValuesIn(all_rules()),
                          [](const auto& info) { return info.param.name; });
 
-// Point order and composition, read off the tables and their composition rules.
-TEST(rule_tables, point_order_follows_the_tables)
-{
-    EXPECT_EQ(Gauss_edge(0, 2).x[0], -0.577350269189626);
-    EXPECT_EQ(Gauss_edge(0, 3).x[0], 0.0);
-    EXPECT_EQ(Gauss_edge(0, 4).x[0], -0.339981043584856);
-    EXPECT_EQ(Gauss_edge(0, 5).x[0], 0.0);
-    EXPECT_EQ(Gauss_edge(4, 6).x[0], -0.932469514203152);
-    EXPECT_EQ(Gauss_faceT(0, 4).weight, -0.28125);
-    EXPECT_EQ(Gauss_tetra(1, 4).x[0], 0.1381966011250105);
-    EXPECT_EQ(Gauss_tetra(0, 5).weight, -0.8 / 6.0);
-
-    const Gauss_pyramid p8(1, 8), p8b(4, 8), p27(1, 27), p27c(13, 27);
-    EXPECT_EQ(p8.x[0], 0.5066163033497875);
-    EXPECT_EQ(p8.x[1], -0.5066163033497875);
-    EXPECT_EQ(p8.x[2], 0.1225148226554414);
-    EXPECT_EQ(p8b.x[0], -0.2631840555697136);
-    EXPECT_EQ(p8b.x[2], 0.5441518440112253);
-    EXPECT_EQ(p27.x[0], 0.0);
-    EXPECT_EQ(p27.x[1], -0.7180557413198889);
-    EXPECT_EQ(p27.weight, 0.05819865224625435 * (4.0 / 3.0));
-    EXPECT_EQ(p27c.x[2], 0.3470037660383519);
-    EXPECT_EQ(p27c.weight, 0.08666445585769839 * (4.0 / 3.0));
-
-    const Gauss_faceQ q(1, 2, 3);
-    EXPECT_EQ(q.x[0], 0.577350269189626);
-    EXPECT_EQ(q.x[1], 0.0);
-    const Gauss_wedge w(4, 2, 3);
-    EXPECT_EQ(w.x[0], 2.0 / 3.0);
-    EXPECT_EQ(w.x[1], 1.0 / 6.0);
-    EXPECT_EQ(w.x[2], 0.577350269189626);
-    const Gauss_hexa h(5, 2, 3, 2);
-    EXPECT_EQ(h.x[0], 0.577350269189626);
-    EXPECT_EQ(h.x[1], 0.774596669241483);
-    EXPECT_EQ(h.x[2], -0.577350269189626);
-    EXPECT_EQ(h.weight, 0.555555555555556);
-}
-
 // No table entry answers for a parameter that is not a rule, nor for an index past the
 // rule's points.
 TEST(rule_tables, non_rules_give_empty_points)
@@ -269,27 +231,6 @@ TEST(rule_tables, non_rules_give_empty_points)
         EXPECT_EQ(p.weight, 0.0) << "ID " << p.ID;
         EXPECT_EQ(p.x[0], 0.0) << "ID " << p.ID;
     }
-}
-
-template <class Set>
-void expect_same_points(const Set& set, const std::vector<local_point>& points)
-{
-    ASSERT_EQ(Set::nbr_points, points.size());
-    for (unsigned i = 0; i < Set::nbr_points; ++i) {
-        EXPECT_EQ(set[i].ID, points[i].ID);
-        EXPECT_EQ(set[i].weight, points[i].weight);
-        for (unsigned k = 0; k < 3; ++k) EXPECT_EQ(set[i].x[k], points[i].x[k]);
-    }
-}
-
-TEST(rule_tables, point_sets_hold_the_rule_points)
-{
-    static constexpr local_points_set<Gauss_tetra, 11> tetra{};
-    static constexpr local_points_set_prod2<Gauss_wedge, 3, 6> wedge{};
-    static constexpr local_points_set_prod3<Gauss_hexa, 2, 3, 4> hexa{};
-    expect_same_points(tetra, points_of<Gauss_tetra>(11, 11));
-    expect_same_points(wedge, points_of<Gauss_wedge>(18, 3, 6));
-    expect_same_points(hexa, points_of<Gauss_hexa>(24, 2, 3, 4));
 }
 
 // An element whose nodes are an affine image x = A xi + b of the reference nodes: the

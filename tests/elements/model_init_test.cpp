@@ -55,39 +55,6 @@ TEST(model_init, physics_and_mesh_size_are_checked)
     EXPECT_EQ(out->nbr_elements(), 0u);
 }
 
-TEST(model_init, codes_and_what_a_model_says_of_itself)
-{
-    model_context mc;
-    test_mesh m = cube_mesh(element_hexa8, 2, 0.0);
-    auto small = mc.solid(m, StVenant(210.0, 0.3));
-    auto finite = mc.solid(m, StVenant(210.0, 0.3), true);
-    EXPECT_EQ(small->physics_code(), 4000u);
-    EXPECT_EQ(small->physics_variant_code(), 4000u);
-    EXPECT_EQ(small->model_code(), 4020u);
-    EXPECT_EQ(finite->physics_variant_code(), 4300u);
-    EXPECT_EQ(finite->model_code(), 4320u);
-    EXPECT_EQ(small->get_FE_type(), element_hexa8);
-    EXPECT_EQ(small->element_dim(), 3u);
-    EXPECT_EQ(small->nbr_elements(), 8u);
-    EXPECT_EQ(small->get_stiffness_scale(displacement_tag), 210.0);
-    EXPECT_EQ(small->get_stiffness_scale(rotation_tag), 0.0);
-    EXPECT_NEAR(small->get_mesh_size(m.pos), std::sqrt(3.0), 1e-15);
-    EXPECT_TRUE(small->handles_field_family(core::kind_stiffness));
-    EXPECT_FALSE(small->handles_field_family(core::kind_mass));
-    unsigned code = 0;
-    core::pass_kind kind = core::kind_none;
-    small->get_result_field(core::result_stress, code, kind);
-    EXPECT_EQ(code, 4000u);
-    EXPECT_EQ(kind, core::kind_stiffness);
-    small->get_result_field(3, code, kind);
-    EXPECT_EQ(code, 0u);
-    EXPECT_EQ(kind, core::kind_none);
-    unsigned counter = 5;
-    EXPECT_EQ(small->add_nbr_elements(counter), 13u);
-    EXPECT_EQ(small->find_model(small->ID).get(), small.get());
-    EXPECT_FALSE(small->find_model(small->ID + 100));
-}
-
 TEST(model_init, the_element_basis_follows_the_element)
 {
     model_context mc;

@@ -1,6 +1,6 @@
 // Shape functions: node order, Kronecker property, partition of unity, derivatives
 // against central differences, exact reproduction of polynomials, conformity of the
-// face traces, the pyramid apex, and the element catalogue.
+// face traces and the pyramid apex.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -375,35 +375,6 @@ TEST(pyramid_apex, exact_values_and_finite_derivatives)
 {
     check_apex<elfes::shape_pyramid5>();
     check_apex<elfes::shape_pyramid14>();
-}
-
-// The catalogue's table, row by row, for all 23 values.
-TEST(element_catalogue, dimensions_and_node_counts)
-{
-    struct row {
-        kelt::element_type type;
-        unsigned dim, nodes, base;
-    };
-    const row rows[] = {
-        {kelt::element_none, 0, 0, 0},       {kelt::element_node, 0, 1, 1},       {kelt::element_edge, 1, 2, 2},
-        {kelt::element_edge2, 1, 2, 2},      {kelt::element_edge3, 1, 3, 2},      {kelt::element_face, 2, 4, 4},
-        {kelt::element_faceT3, 2, 3, 3},     {kelt::element_faceQ4, 2, 4, 4},     {kelt::element_faceT6, 2, 6, 3},
-        {kelt::element_faceQ8, 2, 8, 4},     {kelt::element_faceQ9, 2, 9, 4},     {kelt::element_solid, 3, 8, 8},
-        {kelt::element_tetra4, 3, 4, 4},     {kelt::element_tetra10, 3, 10, 4},   {kelt::element_pyramid5, 3, 5, 5},
-        {kelt::element_pyramid13, 3, 13, 5}, {kelt::element_pyramid14, 3, 14, 5}, {kelt::element_wedge6, 3, 6, 6},
-        {kelt::element_wedge15, 3, 15, 6},   {kelt::element_wedge18, 3, 18, 6},   {kelt::element_hexa8, 3, 8, 8},
-        {kelt::element_hexa20, 3, 20, 8},    {kelt::element_hexa27, 3, 27, 8},
-    };
-    ASSERT_EQ(std::size(rows), kelt::nbr_element_types);
-    for (unsigned i = 0; i < kelt::nbr_element_types; ++i) {
-        SCOPED_TRACE("element type " + std::to_string(i));
-        EXPECT_EQ(unsigned(rows[i].type), i);
-        EXPECT_EQ(kelt::element_dim(rows[i].type), rows[i].dim);
-        EXPECT_EQ(kelt::nbr_nodes(rows[i].type), rows[i].nodes);
-        EXPECT_EQ(kelt::nbr_base_nodes(rows[i].type), rows[i].base);
-    }
-    // Reachable from the public namespace as well.
-    EXPECT_EQ(kelt::fem::nbr_nodes(kelt::element_hexa27), 27u);
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // Assemblers: the global matrix is the sum of the elements' Lᵀ Ke L over the free
-// DOFs, reached in one addition per element row; prescribed DOFs, zeros and null
-// factors make no addition; and the product with the assembled matrix is the sum
-// of the element products, the same for every thread count.
+// DOFs; prescribed DOFs and null factors add nothing; and the product with the
+// assembled matrix is the sum of the element products, for every thread count.
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -46,132 +45,7 @@ Ptr<vector_fast> table_of(std::initializer_list<unsigned> ids)
     return t;
 }
 
-// A stand-in for the block matrix that records each addition, and can fail one.
-struct spy_proxy {
-    struct call_type {
-        unsigned block, row;
-        std::vector<double> values;
-        std::vector<unsigned> columns;
-        bool operator==(const call_type&) const = default;
-        friend void PrintTo(const call_type& c, std::ostream* os)
-        {
-            *os << "block " << c.block << ", row " << c.row << ", values " << ::testing::PrintToString(c.values)
-                << ", columns " << ::testing::PrintToString(c.columns);
-        }
-    };
-    unsigned rows = 5;
-    bool read_mode = true;
-    unsigned fail_at = 0; // 1-based call that fails, 0 for none
-    std::vector<call_type> calls;
-
-    unsigned block_of_row(unsigned r) const { return r / 2; }
-    kelt::error_type set_read_mode(bool mode)
-    {
-        read_mode = mode;
-        return kelt::no_error;
-    }
-    error_type add_values(unsigned b, unsigned row, const double* v, const unsigned* c, unsigned count, bool)
-    {
-        EXPECT_FALSE(read_mode);
-        calls.push_back({b, row, {v, v + count}, {c, c + count}});
-        return calls.size() == fail_at ? internal_error : no_error;
-    }
-};
-struct spy_matrix {
-    spy_proxy* p = nullptr;
-    bool empty() const { return p->rows == 0; }
-    unsigned nbr_rows() const { return p->rows; }
-    spy_proxy* proxy() const { return p; }
-};
-using spy_target = indexed_sym<vector_fast, spy_matrix>;
-
-class sym_assembler_calls : public ::testing::Test {
-protected:
-    spy_proxy proxy;
-    spy_target target{spy_matrix{&proxy}, table_of({10, 20, 30, 40, 50})}; // ranks 0 to 4
-};
-
-} // namespace
-
-TEST_F(sym_assembler_calls, one_addition_per_row_in_matrix_order_from_the_diagonal)
-{
-    matrix_sym_assembler<spy_target> a(target, 2.0);
-    // Local order 40, 10, (prescribed 99), 30: matrix order 10, 30, 40.
-    const symmetric_full<double> Ke = packed_of(4, {1, 2, 3, 4, /**/ 5, 6, 7, /**/ 8, 9, /**/ 10});
-    ASSERT_EQ(a.add_symmetric(Ke, IDs_of({40, 10, 99, 30}), true), no_error);
-    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{
-                               {0, 0, {2 * Ke(1, 1), 2 * Ke(1, 3), 2 * Ke(1, 0)}, {0, 2, 3}},
-                               {1, 2, {2 * Ke(3, 3), 2 * Ke(3, 0)}, {2, 3}},
-                               {1, 3, {2 * Ke(0, 0)}, {3}}}));
-}
-
-TEST_F(sym_assembler_calls, zeros_are_skipped_and_a_zero_row_makes_no_call)
-{
-    matrix_sym_assembler<spy_target> a(target);
-    // Row of 20 (rank 1) is zero from its diagonal on; 10 has a zero towards 30.
-    const symmetric_full<double> Ke = packed_of(3, {1, 0.5, 0, /**/ 0, 0, /**/ 3});
-    ASSERT_EQ(a.add_symmetric(Ke, IDs_of({10, 20, 30}), true), no_error);
-    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{{0, 0, {1, 0.5}, {0, 1}}, {1, 2, {3}, {2}}}));
-}
-
-TEST_F(sym_assembler_calls, nothing_is_called_when_nothing_can_be_added)
-{
-    const symmetric_full<double> Ke = packed_of(2, {1, 2, 3});
-    for (double f : {0.0, nan_value}) {
-        matrix_sym_assembler<spy_target> a(target, f);
-        EXPECT_TRUE(a.is_null());
-        EXPECT_EQ(a.add_symmetric(Ke, IDs_of({10, 20}), true), no_error);
-        EXPECT_EQ(a.add_diagonal(dense1D<double, 8>(2, 1.0), IDs_of({10, 20})), no_error);
-    }
-    matrix_sym_assembler<spy_target> a(target);
-    EXPECT_FALSE(a.is_null());
-    EXPECT_EQ(a.add_symmetric(Ke, IDs_of({98, 99}), true), no_error);          // all prescribed
-    EXPECT_EQ(a.add_symmetric(Ke, IDs_of({10, 20, 30}), true), no_error);      // sizes differ
-    EXPECT_EQ(a.add_symmetric(Ke, IDs_of({10, 20}), false), no_error);         // skew part
-    EXPECT_EQ(a.add_general(dense2D<double>(2, 2, 1.0), IDs_of({10, 20})), no_error);
-    EXPECT_EQ(a.add_diagonal(dense1D<double, 8>(2, 0.0), IDs_of({10, 20})), no_error);
-    matrix_skew_assembler<spy_target> s(target);
-    EXPECT_EQ(s.add_symmetric(Ke, IDs_of({10, 20}), true), no_error);
-    EXPECT_EQ(s.add_diagonal(dense1D<double, 8>(2, 1.0), IDs_of({10, 20})), no_error);
-    EXPECT_TRUE(proxy.calls.empty());
-
-    proxy.rows = 0;
-    EXPECT_TRUE(matrix_sym_assembler<spy_target>(target).is_null());
-}
-
-TEST_F(sym_assembler_calls, a_repeated_DOF_receives_both_halves_of_its_coupling)
-{
-    matrix_sym_assembler<spy_target> a(target);
-    const symmetric_full<double> Ke = packed_of(3, {1, 2, 3, /**/ 5, 7, /**/ 11});
-    ASSERT_EQ(a.add_symmetric(Ke, IDs_of({10, 30, 10}), true), no_error);
-    // uᵀ Ke u with u = (a, b, a): a² (Ke00 + 2 Ke02 + Ke22) + ...
-    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{
-                               {0, 0, {1, 2 * 3, 2}, {0, 0, 2}}, {0, 0, {11, 7}, {0, 2}}, {1, 2, {5}, {2}}}));
-}
-
-TEST_F(sym_assembler_calls, a_failed_addition_ends_the_element)
-{
-    proxy.fail_at = 2;
-    matrix_sym_assembler<spy_target> a(target);
-    EXPECT_EQ(a.add_symmetric(packed_of(3, {1, 1, 1, 1, 1, 1}), IDs_of({10, 20, 30}), true), internal_error);
-    EXPECT_EQ(proxy.calls.size(), 2u);
-    proxy.calls.clear();
-    EXPECT_EQ(a.add_diagonal(dense1D<double, 8>(3, 1.0), IDs_of({10, 20, 30})), internal_error);
-    EXPECT_EQ(proxy.calls.size(), 2u);
-}
-
-TEST_F(sym_assembler_calls, diagonal_one_column_each_zeros_and_prescribed_dropped)
-{
-    matrix_sym_assembler<spy_target> a(target, -1.0);
-    dense1D<double, 8> d(4);
-    d[0] = 4, d[1] = 0, d[2] = 9, d[3] = 2;
-    ASSERT_EQ(a.add_diagonal(d, IDs_of({50, 20, 99, 10})), no_error);
-    EXPECT_EQ(proxy.calls, (std::vector<spy_proxy::call_type>{{0, 0, {-2}, {0}}, {2, 4, {-4}, {4}}}));
-}
-
 // ---- on the block matrix, over models with prescribed DOFs
-
-namespace {
 
 struct model_case {
     std::string name;

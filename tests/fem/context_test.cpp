@@ -66,22 +66,6 @@ TEST(handles, copies_see_each_other_at_once)
     EXPECT_EQ(a.get_raw_penalty_factor(), 3.5);
     EXPECT_EQ(b.get_min_penalty_factor(), 1e9);
     EXPECT_EQ(a.get_shell_drilling_factor(), 2e-3);
-    fem::context c; // a new context starts from the defaults
-    EXPECT_EQ(c.get_raw_penalty_factor(), 10000.0);
-    EXPECT_EQ(c.get_min_penalty_factor(), 1e12);
-    EXPECT_EQ(c.get_shell_drilling_factor(), 1e-6);
-}
-
-TEST(handles, managers_handed_out_are_shared)
-{
-    fem::context a;
-    EXPECT_EQ(fem::core_of(a.the_NM_mgr()), core_ctx(a).numerical_models_mgr.get());
-    EXPECT_EQ(fem::core_of(a.the_bases_mgr()), core_ctx(a).bases_mgr.get());
-    EXPECT_EQ(fem::core_of(a.the_evol_funcs_mgr()), core_ctx(a).evolution_funcs_mgr.get());
-    fem::bases_mgr bases = a.the_bases_mgr();
-    bases.create_cylindrical(vector_fixed<double, 3>(), vector_fixed<double, 3>());
-    EXPECT_EQ(a.the_bases_mgr().size(), 1u);
-    EXPECT_EQ(a.the_NM_mgr().nbr_models(), 0u);
 }
 
 TEST(context_settings, threads_and_cache)
@@ -139,9 +123,4 @@ TEST(context_budget, swap_folder_defaults_and_failures)
     EXPECT_EQ(a.set_max_incore_size(64, root.c_str(), too_long.c_str()), temp_file_error);
     ::rmdir((root + "swap").c_str());
     ::rmdir(dir);
-}
-
-TEST(context_version, text)
-{
-    EXPECT_STREQ(fem::version(), "4.4.0.0");
 }

@@ -161,6 +161,9 @@ TEST(phases, the_pivot_report_names_the_DOF_and_follows_its_policy)
         // Replaced, and still the smallest pivot.
         {{1, 0, 3}, pivot_policy::force_positive, no_error, pivot_warning, 109, 1, 0,
          "Bad pivot detected: +0.000000E+00. Replaced with: +1.000000E+00\n"},
+        // A negative pivot is bad for the positive policy only.
+        {{1, -2, 3}, pivot_policy::force_positive, no_error, pivot_warning, 109, 1, 0,
+         "Bad pivot detected: -2.000000E+00. Replaced with: +1.000000E+00\n"},
         {{1, -2, 3}, pivot_policy::force_definite, no_error, pivot_warning, 109, 0, 0, ""},
         {{1, 1e-12}, pivot_policy::check_positive, no_error, no_error, none, 0, 0, ""}, // the spread test is strict
         {{1, 0.99e-12}, pivot_policy::check_positive, no_error, pivot_warning, 109, 0, 0, ""},

@@ -154,18 +154,6 @@ TEST_F(solver_frame, invalid_settings_then_data_are_refused_before_any_log)
     EXPECT_TRUE(c.lines.empty());
     EXPECT_EQ(c.interrupt_calls, 0);
 
-    // A record made with no numerical model at all: the same refusal, as -101.
-    fem::context ctx;
-    dense2D<double> one(3, 1);
-    fem::DOFs_mgr none;
-    counting_solver::data_type nothing(fem::problem_data(ctx, one, none, 0xFFFFFFFFu, 1));
-    s.run(nothing);
-    EXPECT_EQ(nothing.error_code, -101);
-    EXPECT_STREQ(nothing.msg_title, "DATA ERROR");
-    EXPECT_STREQ(nothing.msg_detail, "KELT counting: invalid data.\n");
-    EXPECT_EQ(nothing.phases_done, 0u);
-    EXPECT_TRUE(c.lines.empty());
-    EXPECT_EQ(c.interrupt_calls, 0);
 }
 
 TEST_F(solver_frame, first_error_stays_stops_the_run_and_no_warning_replaces_it)

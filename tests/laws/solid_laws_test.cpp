@@ -5,7 +5,6 @@
 
 #include <cmath>
 
-#include "kelt/fem/laws.h"
 #include "kelt/laws/law_scalar.h"
 #include "kelt/laws/law_solid.h"
 
@@ -218,21 +217,6 @@ TEST(law_scalar, one_value)
     ASSERT_EQ(law.set_element_by_element(0, 3, values({2700.0})), no_error);
     EXPECT_EQ(law.get_value({0, 3, 700}), 2700.0);
     EXPECT_EQ(law.get_value({0, 4, 700}), 7800.0);
-}
-
-TEST(law_handles, default_constructed_handles_take_their_parameters)
-{
-    fem::law_solid_StVenant law;
-    EXPECT_EQ(law.init(values({1, 2, 3, 4})), core::law_data_error);
-    EXPECT_TRUE(law.get_data().empty());
-    ASSERT_EQ(law.init(values({210e3, 0.3, 1.2e-5})), no_error);
-    EXPECT_EQ(law.get_data().size(), 3u);
-    EXPECT_EQ(law.get_stiffness_range(displacement_tag).second, 210e3);
-    fem::law_scalar density;
-    ASSERT_EQ(density.init(7850.0), no_error);
-    EXPECT_EQ(density.get_data()[0], 7850.0);
-    fem::law_solid_skyline sky;
-    EXPECT_EQ(sky.init(vector_fixed<unsigned, 6>{{0, 1, 2, 0, 0, 0}}, orthotropic_values(false)), no_error);
 }
 
 } // namespace

@@ -52,22 +52,6 @@ TEST(dense1D_sharing, copy_of_an_overlapping_window_of_the_same_buffer)
     EXPECT_EQ(whole[0], 0.0); // the source buffer is untouched
 }
 
-TEST(dense1D_growth, from_capacity_zero_then_doubling)
-{
-    dense1D<double> v;
-    EXPECT_EQ(v.capacity(), 0u);
-    v.push_back(0.0);
-    EXPECT_EQ(v.capacity(), 2u);
-    std::vector<unsigned> seen;
-    for (unsigned i = 1; i < 100; ++i) {
-        v.push_back(double(i));
-        seen.push_back(v.capacity());
-    }
-    EXPECT_EQ(v.capacity(), 128u);
-    for (unsigned i = 0; i < 100; ++i) ASSERT_EQ(v[i], double(i));
-    for (unsigned c : seen) EXPECT_EQ(c & (c - 1), 0u) << c; // powers of two only
-}
-
 TEST(dense1D_growth, push_back_of_own_element_survives_growth)
 {
     dense1D<double> v(2, 4.0);
