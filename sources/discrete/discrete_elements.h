@@ -5,6 +5,7 @@
 // out is factor A.
 #pragma once
 
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -27,6 +28,13 @@ bool valid_field(field_tag field) noexcept;
 
 // Inserts the identifiers that the field selector keeps.
 void insert_selected(const dense1D<unsigned, 8>& IDs, unsigned field_selector, vector_fast& set);
+
+// The passes whose numbering lists an element of a kind: its own, and for
+// conduction also the right-hand side pass of a heat problem, as the meshes do.
+constexpr bool listed_in(pass_kind own, pass_kind kind) noexcept
+{
+    return kind == own || (own == kind_conduction && kind == kind_thermal_load);
+}
 
 // The first step of every evaluation: -102 for an element other than 0 or all;
 // false in `go` when there is nothing to compute (outputs then cleared).
@@ -184,7 +192,7 @@ public:
     void get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>&, unsigned field_selector,
                           vector_fast& set) const override
     {
-        if ((element == 0 || element == all_elements) && this->handles_field_family(kind))
+        if ((element == 0 || element == all_elements) && listed_in(Kind, kind))
             insert_selected(data.DOFs, field_selector, set);
     }
     [[nodiscard]] error_type compute_element(pass_kind kind, element_work_type& w) const override
@@ -192,7 +200,11 @@ public:
         if (kind != Kind) return no_error;
         bool go = false;
         if (auto e = begin_discrete(w, go); e != no_error || !go) return e;
-        data.evaluate(Rule, w);
+        try {
+            data.evaluate(Rule, w);
+        } catch (const std::bad_alloc&) {
+            return memory_error;
+        }
         return no_error;
     }
 
@@ -210,7 +222,7 @@ public:
     void get_element_DOFs(unsigned element, pass_kind kind, const dense2D<double>&, unsigned field_selector,
                           vector_fast& set) const override
     {
-        if ((element == 0 || element == all_elements) && this->handles_field_family(kind))
+        if ((element == 0 || element == all_elements) && listed_in(Kind, kind))
             insert_selected(data.DOFs, field_selector, set);
     }
     [[nodiscard]] error_type compute_element(pass_kind kind, element_work_type& w) const override
@@ -218,7 +230,11 @@ public:
         if (kind != Kind) return no_error;
         bool go = false;
         if (auto e = begin_discrete(w, go); e != no_error || !go) return e;
-        data.evaluate(Rule, Diagonal_on_mode2, w);
+        try {
+            data.evaluate(Rule, Diagonal_on_mode2, w);
+        } catch (const std::bad_alloc&) {
+            return memory_error;
+        }
         return no_error;
     }
 

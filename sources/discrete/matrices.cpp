@@ -212,8 +212,13 @@ error_type mass_punctual::compute_element(pass_kind kind, element_work_type& w) 
         if (!w.Ke.resize(6)) return memory_error;
         for (unsigned k = 0; k < 21; ++k) w.Ke.data()[k] = f == 1.0 ? A.data()[k] : f * A.data()[k];
     }
-    if (w.vector_mode == 1 && (!w.U.empty() || !w.U_ref.empty()))
-        symmetric_force(A, w.DOFs, w.U_ref.empty() ? w.U : w.U_ref, w);
+    if (w.vector_mode == 1 && (!w.U.empty() || !w.U_ref.empty())) {
+        try {
+            symmetric_force(A, w.DOFs, w.U_ref.empty() ? w.U : w.U_ref, w);
+        } catch (const std::bad_alloc&) {
+            return memory_error;
+        }
+    }
     // Mass, first moments and the inertia about the origin, for the weighing.
     double x[3];
     for (unsigned c = 0; c < 3; ++c) x[c] = w.pos(c, node) + offset[c];

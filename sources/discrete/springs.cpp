@@ -38,10 +38,11 @@ namespace {
 
 law_key key_of(const numerical_model_base& m) noexcept { return {m.ID, 0, 0}; }
 
-void fill_DOFs(element_work_type& w, const unsigned* IDs, unsigned n)
+[[nodiscard]] bool fill_DOFs(element_work_type& w, const unsigned* IDs, unsigned n)
 {
-    if (!w.DOFs.resize(n)) throw std::bad_alloc();
+    if (!w.DOFs.resize(n)) return false;
     for (unsigned i = 0; i < n; ++i) w.DOFs[i] = IDs[i];
+    return true;
 }
 
 } // namespace
@@ -120,7 +121,7 @@ error_type spring::evaluate(element_work_type& w) const
     k *= w.factor;
     if (k == 0.0) return no_error;
     w.energy = energy * w.factor;
-    fill_DOFs(w, IDs, n);
+    if (!fill_DOFs(w, IDs, n)) return memory_error;
     if (w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material) {
         if (!w.Ke.resize(n, 0.0)) return memory_error;
         for (unsigned j = 0; j < n; ++j)
@@ -281,7 +282,7 @@ error_type spring_directional::evaluate(element_work_type& w) const
     const bool matrix = k != 0.0 && (w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material);
     const bool vector = f != 0.0 && w.vector_mode == 1;
     if (!matrix && !vector) return no_error;
-    fill_DOFs(w, DOFs.data(), n);
+    if (!fill_DOFs(w, DOFs.data(), n)) return memory_error;
     if (matrix) {
         if (!w.Ke.resize(n, 0.0)) return memory_error;
         for (unsigned j = 0; j < n; ++j)
