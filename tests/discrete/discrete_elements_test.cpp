@@ -399,3 +399,30 @@ TEST(discrete_elements, bad_input_is_refused_with_its_code)
         EXPECT_EQ(r.run(*nm, core::kind_stiffness, 2), element_index_error);
     }
 }
+
+// Heat through two conductances in series, given as a symmetric matrix between
+// the nodes and a diagonal film to the ambient: T0 = Q / g, T1 = Q / g + Q / h.
+TEST(discrete_thermal, conductances_in_series_through_the_thermal_solver)
+{
+    test_context t;
+    const double h = 4.0, g = 10.0, Q = 30.0;
+    const unsigned T0 = fem::DOFs_mgr::ID(0, temperature_tag, 0), T1 = fem::DOFs_mgr::ID(1, temperature_tag, 0);
+    fem::thermal_sym link(t.ctx);
+    symmetric_full<double> H(2);
+    H(0, 0) = H(1, 1) = h, H(0, 1) = -h;
+    ASSERT_EQ(link.init(H, make<unsigned>({T0, T1})), no_error);
+    fem::thermal_diag film(t.ctx);
+    ASSERT_EQ(film.init(make<double>({g}), make<unsigned>({T0})), no_error);
+    fem::numerical_model_composite all(t.ctx);
+    ASSERT_EQ(all.insert(make<unsigned>({link.get_ID(), film.get_ID()})), no_error);
+    dense2D<double> pos(3, 2, 0.0);
+    fem::DOFs_mgr DOFs(2, true);
+    fem::problem_data p(t.ctx, pos, DOFs, all.get_ID(), 1);
+    ASSERT_EQ(p.get_loads_mgr(0).record_DOF_load(T1, Q, no_func), no_error);
+    fem::solver_thermal_static_linear s;
+    fem::solver_thermal_static_linear::data_type data(p);
+    s.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_NEAR(value(data.U, T0), Q / g, 1e-13);
+    EXPECT_NEAR(value(data.U, T1), Q / g + Q / h, 1e-13);
+}
