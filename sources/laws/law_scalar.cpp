@@ -10,4 +10,11 @@ double law_scalar::get_value(const law_key& key) const noexcept
     return d.size() ? d[0] : 0.0;
 }
 
+void law_scalar::get_force(const law_key& key, double s, double& k, double& f, double& energy) const
+{
+    k = get_value(key);
+    f = k * s;
+    energy = 0.5 * f * s;
+}
+
 } // namespace kelt::core
