@@ -245,8 +245,46 @@ void compressed_sym::multiply(const double* x, double* y, unsigned threads, doub
     }
 }
 
+void compressed_sym::multiply_rows(const double* X, double* Y, unsigned nb, unsigned threads) const
+{
+    const long n = long(diag_.size());
+#pragma omp parallel for schedule(static) num_threads(threads) if (threads > 1 && n > 4096)
+    for (long r = 0; r < n; ++r) {
+        double* y = Y + std::size_t(r) * nb;
+        const double d = diag_[std::size_t(r)];
+        const double* x = X + std::size_t(r) * nb;
+        for (unsigned j = 0; j < nb; ++j) y[j] = d * x[j];
+        for (std::size_t k = starts_[std::size_t(r)]; k < starts_[std::size_t(r) + 1]; ++k) {
+            const double v = values_[k];
+            const double* xc = X + std::size_t(cols_[k]) * nb;
+            for (unsigned j = 0; j < nb; ++j) y[j] += v * xc[j];
+        }
+    }
+}
+
+// Y = M X on columns [0, n): in core by groups of columns held by rows, so that M
+// is read once a group; otherwise column by column.
 error_type multiply_columns(const compressed_sym& M, eigen_basis& X, eigen_basis& Y, unsigned n, unsigned threads)
 {
+    const unsigned rows = X.rows();
+    if (n > 1 && X.all_in_core() && Y.all_in_core()) {
+        constexpr unsigned group = 16;
+        std::vector<double> Xr, Yr;
+        for (unsigned j0 = 0; j0 < n; j0 += group) {
+            const unsigned nb = std::min(group, n - j0);
+            const double* x[group];
+            double* y[group];
+            for (unsigned j = 0; j < nb; ++j)
+                if (!(x[j] = column_read(X, j0 + j)) || !(y[j] = column(Y, j0 + j))) return memory_error;
+            Xr.resize(std::size_t(rows) * nb), Yr.resize(std::size_t(rows) * nb);
+            for (unsigned r = 0; r < rows; ++r)
+                for (unsigned j = 0; j < nb; ++j) Xr[std::size_t(r) * nb + j] = x[j][r];
+            M.multiply_rows(Xr.data(), Yr.data(), nb, threads);
+            for (unsigned j = 0; j < nb; ++j)
+                for (unsigned r = 0; r < rows; ++r) y[j][r] = Yr[std::size_t(r) * nb + j];
+        }
+        return no_error;
+    }
     for (unsigned j = 0; j < n; ++j) {
         const double* x = column_read(X, j);
         double* y = column(Y, j);

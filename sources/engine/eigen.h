@@ -45,6 +45,9 @@ public:
     [[nodiscard]] error_type build(const symmetric_hybrid_OOC<double>& A);
     // y += factor A x.
     void multiply(const double* x, double* y, unsigned threads, double factor = 1.0) const;
+    // Y = A X on `nb` columns held by rows (row r of X at X + r nb): each nonzero is
+    // read once for all of them. Each column's sums are those of `multiply`.
+    void multiply_rows(const double* X, double* Y, unsigned nb, unsigned threads) const;
     const std::vector<double>& diagonal() const noexcept { return diag_; }
     unsigned rows() const noexcept { return unsigned(diag_.size()); }
 

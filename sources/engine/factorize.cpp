@@ -17,19 +17,18 @@ namespace {
 
 constexpr unsigned none = 0xFFFFFFFFu;
 constexpr unsigned lock_stripes = 256;
+constexpr unsigned max_group_tile = 64;
 constexpr unsigned max_solve_tile = 64;
 constexpr std::size_t small_level_values = 1u << 15; // below this a level runs on one thread
 
-// The tiles that the cache sizes. `group_cols`: the columns of pair products
-// computed at once in the factorisation, whose packed panel and products a thread
-// keeps while the rows stream past; `solve_tile`: the extra columns that share the
-// loads of x in a solve kernel. One column per 512 KiB of last-level cache, in
-// whole register tiles of the product kernel, up to the 64 columns at which they
-// were tuned (reached at 32 MiB); larger tiles only cut the work into fewer pieces.
-// Neither changes a result: each product is summed in the order of its rows from
-// a panel boundary fixed by the kernel, and the solves take columns in a fixed order.
+// The columns of pair products computed at once in the factorisation, whose packed
+// panel and products a thread keeps while the rows stream past: one column per
+// 512 KiB of last-level cache, in whole register tiles of the product kernel, up to
+// the 64 columns at which they were tuned (reached at 32 MiB); larger tiles only
+// cut the work into fewer pieces. It changes no result: each product is summed in
+// the order of its rows from a panel boundary fixed by the kernel.
 struct tile_sizes {
-    unsigned group_cols, solve_tile;
+    unsigned group_cols;
 };
 
 tile_sizes tiles_for(unsigned LLC_size)
@@ -37,8 +36,7 @@ tile_sizes tiles_for(unsigned LLC_size)
     const kernel_table& K = kernels();
     const unsigned step = std::max({K.gemm_mr, K.gemm_nr, 4u}); // powers of two, at most 16
     const unsigned cols = std::max(LLC_size / (512u << 10) / step * step, step);
-    const unsigned most = max_solve_tile / step * step;
-    return {std::min(cols, most), std::min(cols, most)};
+    return {std::min(cols, max_group_tile / step * step)};
 }
 
 // A column restricted to rows below a given row: its values for rows top .. r1 - 1
@@ -719,30 +717,151 @@ void backward_range(const block_proxy_data& data, double* x, unsigned b0, unsign
     }
 }
 
-// Cuts the window [b0, b1) into runs of blocks whose values fill at most half the
-// cache (at least one block each), the other half left to the columns' rows, and
-// calls run(c0, c1) on each, upwards or downwards. Every column then goes through
-// a run while it is in cache, and the matrix is read from memory once a run.
-template <class Run>
-void for_cache_runs(const block_proxy_data& data, unsigned b0, unsigned b1, unsigned LLC_size, bool upwards, Run&& run)
-{
-    const std::size_t room = std::max<std::size_t>(LLC_size / 2 / sizeof(double), 1);
-    auto size = [&](unsigned b) { return std::size_t(data.shape(b).nbr_values()); };
-    if (upwards) {
-        for (unsigned c0 = b0; c0 < b1;) {
-            unsigned c1 = c0 + 1;
-            for (std::size_t held = size(c0); c1 < b1 && held + size(c1) <= room; ++c1) held += size(c1);
-            run(c0, c1);
-            c0 = c1;
-        }
-    } else {
-        for (unsigned c1 = b1; c1 > b0;) {
-            unsigned c0 = c1 - 1;
-            for (std::size_t held = size(c0); c0 > b0 && held + size(c0 - 1) <= room; --c0) held += size(c0 - 1);
-            run(c0, c1);
-            c1 = c0;
+// Solves of many columns: the columns are cut into groups, each group held by rows
+// (row r of a group at X + r nb, nb a multiple of the kernels' block width, the
+// lanes past the group's columns zero), so that each factor value read serves a
+// whole row of the group. Every lane runs the same operations in the same order
+// whatever the group, its width or the thread, so the results are those of the
+// matrix alone.
+constexpr unsigned max_group_cols = 32;
+constexpr unsigned band_tile = 4;   // band columns whose dots share the loads of X
+constexpr unsigned extra_tile = 64; // extra columns a kernel call takes
+
+struct column_groups {
+    unsigned rows = 0, nb = 0, count = 0, per = 0, cols = 0;
+    std::vector<double> values;
+
+    column_groups(unsigned n, unsigned nbr_cols, unsigned threads)
+        : rows(n), cols(nbr_cols)
+    {
+        const unsigned width = kernels().block_width;
+        count = std::max((nbr_cols + max_group_cols - 1) / max_group_cols, std::min(threads, nbr_cols));
+        per = (nbr_cols + count - 1) / count;
+        count = (nbr_cols + per - 1) / per;
+        nb = (per + width - 1) / width * width;
+        values.assign(std::size_t(count) * rows * nb, 0.0);
+    }
+    double* group(unsigned g) { return values.data() + std::size_t(g) * rows * nb; }
+    unsigned first(unsigned g) const { return g * per; }
+    unsigned width(unsigned g) const { return std::min(per, cols - g * per); }
+
+    void pack(const double* X, unsigned ld)
+    {
+        for (unsigned g = 0; g < count; ++g) {
+            double* G = group(g);
+            const double* Xg = X + std::size_t(first(g)) * ld;
+            const unsigned w = width(g);
+            for (unsigned r = 0; r < rows; ++r)
+                for (unsigned j = 0; j < w; ++j) G[std::size_t(r) * nb + j] = Xg[std::size_t(j) * ld + r];
         }
     }
+    void unpack(double* X, unsigned ld)
+    {
+        for (unsigned g = 0; g < count; ++g) {
+            const double* G = group(g);
+            double* Xg = X + std::size_t(first(g)) * ld;
+            const unsigned w = width(g);
+            for (unsigned j = 0; j < w; ++j)
+                for (unsigned r = 0; r < rows; ++r) Xg[std::size_t(j) * ld + r] = G[std::size_t(r) * nb + j];
+        }
+    }
+};
+
+// Row `row` -= l * row `from`, over nb lanes.
+inline void row_update(double* X, unsigned nb, unsigned row, unsigned from, double l)
+{
+    double* y = X + std::size_t(row) * nb;
+    const double* x = X + std::size_t(from) * nb;
+    for (unsigned j = 0; j < nb; ++j) y[j] -= l * x[j];
+}
+
+// The forward solve of one block on a group; energy[j] gets the block's part of lane j.
+void forward_block_rows(const symmetric_skyline_block& v, double* X, unsigned nb, double* energy)
+{
+    const kernel_table& K = kernels();
+    const unsigned f = v.first, e = v.end();
+    // Band columns a tile at a time: their dots over the rows above the tile share
+    // the loads of X; the few terms inside the tile follow, row by row.
+    for (unsigned s0 = 1; s0 < v.dim; s0 += band_tile) {
+        const unsigned count = std::min(band_tile, v.dim - s0);
+        const double* ends[band_tile];
+        unsigned lens[band_tile];
+        double* out[band_tile];
+        for (unsigned i = 0; i < count; ++i) {
+            const unsigned len = v.seg_length(s0 + i), cut = std::min(i, len);
+            ends[i] = v.seg_end(s0 + i) - cut, lens[i] = len - cut;
+            out[i] = X + std::size_t(f + s0 + i) * nb;
+        }
+        K.block_dots(X + std::size_t(f + s0) * nb, nb, count, ends, lens, out);
+        for (unsigned i = 1; i < count; ++i) {
+            const unsigned s = s0 + i, from = std::max(v.seg_top(s), f + s0);
+            for (unsigned r = from; r < f + s; ++r) row_update(X, nb, f + s, r, v.seg_end(s)[int(r) - int(f + s)]);
+        }
+    }
+    for (unsigned s0 = v.dim; s0 < v.nbr_segments; s0 += extra_tile) {
+        const unsigned count = std::min(extra_tile, v.nbr_segments - s0);
+        const double* ends[extra_tile];
+        unsigned lens[extra_tile];
+        double* out[extra_tile];
+        for (unsigned t = 0; t < count; ++t) {
+            ends[t] = v.seg_end(s0 + t), lens[t] = v.seg_length(s0 + t);
+            out[t] = X + std::size_t(v.columns[s0 + t]) * nb;
+        }
+        K.block_dots(X + std::size_t(e) * nb, nb, count, ends, lens, out);
+    }
+    const double* d = v.diag();
+    for (unsigned s = 0; s < v.dim; ++s) {
+        double* x = X + std::size_t(f + s) * nb;
+        for (unsigned j = 0; j < nb; ++j) {
+            const double old = x[j];
+            x[j] = old * d[s];
+            energy[j] += x[j] * old;
+        }
+    }
+}
+
+void backward_block_rows(const symmetric_skyline_block& v, double* X, unsigned nb)
+{
+    const kernel_table& K = kernels();
+    const unsigned f = v.first, e = v.end();
+    // Extra columns from the last down, as in the single solve.
+    for (unsigned s1 = v.nbr_segments; s1 > v.dim;) {
+        const unsigned s0 = s1 > v.dim + extra_tile ? s1 - extra_tile : v.dim, count = s1 - s0;
+        const double* ends[extra_tile];
+        unsigned lens[extra_tile];
+        const double* alpha[extra_tile];
+        for (unsigned t = 0; t < count; ++t) {
+            const unsigned s = s1 - 1 - t;
+            ends[t] = v.seg_end(s), lens[t] = v.seg_length(s), alpha[t] = X + std::size_t(v.columns[s]) * nb;
+        }
+        K.block_axpys(X + std::size_t(e) * nb, nb, count, ends, lens, alpha);
+        s1 = s0;
+    }
+    // Band columns from the last down, a tile at a time: first the terms inside the
+    // tile, which finish its rows, then the rows above the tile all at once.
+    for (unsigned s1 = v.dim; s1 > 1;) {
+        const unsigned s0 = s1 > band_tile + 1 ? s1 - band_tile : 1, count = s1 - s0;
+        const double* ends[band_tile];
+        unsigned lens[band_tile];
+        const double* alpha[band_tile];
+        for (unsigned t = 0; t < count; ++t) {
+            const unsigned s = s1 - 1 - t, from = std::max(v.seg_top(s), f + s0);
+            for (unsigned r = from; r < f + s; ++r) row_update(X, nb, r, f + s, v.seg_end(s)[int(r) - int(f + s)]);
+            const unsigned len = v.seg_length(s), cut = std::min(s - s0, len);
+            ends[t] = v.seg_end(s) - cut, lens[t] = len - cut, alpha[t] = X + std::size_t(f + s) * nb;
+        }
+        K.block_axpys(X + std::size_t(f + s0) * nb, nb, count, ends, lens, alpha);
+        s1 = s0;
+    }
+}
+
+// Runs body(group, thread) over the groups, on at most `threads` threads.
+template <class Body>
+void for_groups(unsigned count, unsigned threads, Body&& body)
+{
+    const int T = int(std::max(1u, std::min(threads, count)));
+#pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
+    for (unsigned g = 0; g < count; ++g) body(g);
 }
 
 } // namespace
@@ -770,43 +889,58 @@ error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned n
     });
 }
 
-// Columns outermost would read the matrix once a column: each run of blocks that
-// fits the cache is read once and every column goes through it. Each column sees
-// its blocks in the same order as alone, so the runs change no result.
+// Windows outermost, so that a matrix on disk is read once whatever the columns.
 error_type forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
-                         double* energies, unsigned LLC_size, unsigned nbr_threads)
+                         double* energies, unsigned, unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
     for (unsigned j = 0; j < cols; ++j) energies[j] = 0.0;
-    if (!data) return no_error;
+    if (!data || cols == 0) return no_error;
     block_cursor cursor(A, true);
     if (cursor.error != no_error) return cursor.error;
-    const int T = int(std::max(1u, std::min(nbr_threads, cols)));
-    const unsigned tile = tiles_for(LLC_size).solve_tile;
-    return for_windows(*data, true, [&](unsigned b0, unsigned b1) {
-        for_cache_runs(*data, b0, b1, LLC_size, true, [&](unsigned c0, unsigned c1) {
-#pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-            for (unsigned j = 0; j < cols; ++j)
-                forward_range(*data, X + std::size_t(j) * ld, c0, c1, 1, tile, energies[j]);
+    try {
+        column_groups groups(data->nbr_rows(), cols, nbr_threads);
+        groups.pack(X, ld);
+        std::vector<double> energy(std::size_t(groups.count) * groups.nb, 0.0);
+        const error_type e = for_windows(*data, true, [&](unsigned b0, unsigned b1) {
+            for_groups(groups.count, nbr_threads, [&](unsigned g) {
+                double* G = groups.group(g);
+                for (unsigned b = b0; b < b1; ++b)
+                    forward_block_rows(*data->find_block(b), G, groups.nb, energy.data() + std::size_t(g) * groups.nb);
+            });
         });
-    });
+        if (e != no_error) return e;
+        groups.unpack(X, ld);
+        for (unsigned g = 0; g < groups.count; ++g)
+            for (unsigned j = 0; j < groups.width(g); ++j) energies[groups.first(g) + j] = energy[std::size_t(g) * groups.nb + j];
+        return no_error;
+    } catch (const std::bad_alloc&) {
+        return memory_error;
+    }
 }
 
-error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
-                          unsigned LLC_size, unsigned nbr_threads)
+error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols, unsigned,
+                          unsigned nbr_threads)
 {
     block_proxy_data* data = A.proxy();
-    if (!data) return no_error;
+    if (!data || cols == 0) return no_error;
     block_cursor cursor(A, true);
     if (cursor.error != no_error) return cursor.error;
-    const int T = int(std::max(1u, std::min(nbr_threads, cols)));
-    const unsigned tile = tiles_for(LLC_size).solve_tile;
-    return for_windows(*data, false, [&](unsigned b0, unsigned b1) {
-        for_cache_runs(*data, b0, b1, LLC_size, false, [&](unsigned c0, unsigned c1) {
-#pragma omp parallel for num_threads(T) schedule(dynamic, 1) if (T > 1)
-            for (unsigned j = 0; j < cols; ++j) backward_range(*data, X + std::size_t(j) * ld, c0, c1, 1, tile);
+    try {
+        column_groups groups(data->nbr_rows(), cols, nbr_threads);
+        groups.pack(X, ld);
+        const error_type e = for_windows(*data, false, [&](unsigned b0, unsigned b1) {
+            for_groups(groups.count, nbr_threads, [&](unsigned g) {
+                double* G = groups.group(g);
+                for (unsigned b = b1; b-- > b0;) backward_block_rows(*data->find_block(b), G, groups.nb);
+            });
         });
-    });
+        if (e != no_error) return e;
+        groups.unpack(X, ld);
+        return no_error;
+    } catch (const std::bad_alloc&) {
+        return memory_error;
+    }
 }
 
 error_type solve_single(const symmetric_hybrid_OOC<double>& A, const double* b, double* x, double& energy,

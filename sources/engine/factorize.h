@@ -31,7 +31,10 @@ template <class Checker>
                                  double& energy);
 // Solves Lᵀ z = y in place.
 [[nodiscard]] error_type backward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads);
-// The same on `cols` columns of leading dimension `ld`; energies[j] gets column j's.
+// The same on `cols` columns of leading dimension `ld`, by groups of columns that
+// read the factor once a group, the groups shared among the threads; energies[j]
+// gets column j's. Each column's result is the same whatever the threads, and
+// equal to the single-column solve to rounding.
 [[nodiscard]] error_type forward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,
                                        double* energies, unsigned LLC_size, unsigned nbr_threads);
 [[nodiscard]] error_type backward_multi(const symmetric_hybrid_OOC<double>& A, double* X, unsigned ld, unsigned cols,

@@ -44,6 +44,19 @@ struct kernel_table {
     // columns into one vector, each entry of y loaded and stored once a tile.
     void (*scatter_axpys)(double* y_end, unsigned count, const double* const* ends, const unsigned* lens,
                           const double* alpha);
+
+    // Many right-hand sides at once, held by rows of `nb` values (nb a multiple of
+    // block_width): one load of a factor value serves the whole row. Each lane is
+    // summed alone, in the same order whatever nb, the tile or the other lanes.
+    unsigned block_width;
+    // out[t][j] -= sum over k < lens[t] of ends[t][-1-k] * X_end[-(k+1) nb + j],
+    // the sum taken in the order of k, for t < count and j < nb.
+    void (*block_dots)(const double* X_end, unsigned nb, unsigned count, const double* const* ends,
+                       const unsigned* lens, double* const* out);
+    // Y_end[-(k+1) nb + j] -= ends[t][-1-k] * alpha[t][j] for k < lens[t], the
+    // terms of each entry in the order of t.
+    void (*block_axpys)(double* Y_end, unsigned nb, unsigned count, const double* const* ends,
+                        const unsigned* lens, const double* const* alpha);
 };
 
 // The table for this processor.

@@ -207,7 +207,109 @@ void scatter_axpys(double* y_end, unsigned count, const double* const* ends, con
         for (unsigned k = 0; k < lens[t]; ++k) y_end[-1 - int(k)] -= alpha[t] * ends[t][-1 - int(k)];
 }
 
-const kernel_table table = {KELT_KERNEL_NAME, dot,  scale_and_dot, axpy,         MR,
-                            NR,               gemm, lower_solve,   gather_dots, scatter_axpys};
+// Block solves: V vectors of a row at a time, from column j0 of the rows; four
+// factor columns share the loads of X (or of the rows they are added to).
+template <unsigned V>
+void block_dots_part(const double* X_end, unsigned nb, unsigned j0, unsigned count, const double* const* ends,
+                     const unsigned* lens, double* const* out)
+{
+    const double* x = X_end + j0;
+    const auto row = [&](unsigned k) { return x - std::size_t(k + 1) * nb; };
+    const auto finish_one = [&](vec* acc, const double* e, unsigned from, unsigned n, double* o) {
+        for (unsigned k = from; k < n; ++k) {
+            const vec a = e[-1 - int(k)] - vec{};
+            const double* xr = row(k);
+            for (unsigned v = 0; v < V; ++v) acc[v] += a * load(xr + v * W);
+        }
+        for (unsigned v = 0; v < V; ++v) store(o + j0 + v * W, load(o + j0 + v * W) - acc[v]);
+    };
+    unsigned t = 0;
+    for (; t + 4 <= count; t += 4) {
+        const unsigned common = min2(min2(lens[t], lens[t + 1]), min2(lens[t + 2], lens[t + 3]));
+        const double *e0 = ends[t], *e1 = ends[t + 1], *e2 = ends[t + 2], *e3 = ends[t + 3];
+        vec acc[4][V] = {};
+        for (unsigned k = 0; k < common; ++k) {
+            const double* xr = row(k);
+            vec xv[V];
+            for (unsigned v = 0; v < V; ++v) xv[v] = load(xr + v * W);
+            const vec a0 = e0[-1 - int(k)] - vec{}, a1 = e1[-1 - int(k)] - vec{}, a2 = e2[-1 - int(k)] - vec{},
+                      a3 = e3[-1 - int(k)] - vec{};
+            for (unsigned v = 0; v < V; ++v) {
+                acc[0][v] += a0 * xv[v];
+                acc[1][v] += a1 * xv[v];
+                acc[2][v] += a2 * xv[v];
+                acc[3][v] += a3 * xv[v];
+            }
+        }
+        for (unsigned i = 0; i < 4; ++i) finish_one(acc[i], ends[t + i], common, lens[t + i], out[t + i]);
+    }
+    for (; t < count; ++t) {
+        vec acc[V] = {};
+        finish_one(acc, ends[t], 0, lens[t], out[t]);
+    }
+}
+
+void block_dots(const double* X_end, unsigned nb, unsigned count, const double* const* ends, const unsigned* lens,
+                double* const* out)
+{
+    unsigned j0 = 0;
+    for (; j0 + 2 * W <= nb; j0 += 2 * W) block_dots_part<2>(X_end, nb, j0, count, ends, lens, out);
+    for (; j0 < nb; j0 += W) block_dots_part<1>(X_end, nb, j0, count, ends, lens, out);
+}
+
+template <unsigned V>
+void block_axpys_part(double* Y_end, unsigned nb, unsigned j0, unsigned count, const double* const* ends,
+                      const unsigned* lens, const double* const* alpha)
+{
+    double* y = Y_end + j0;
+    const auto row = [&](unsigned k) { return y - std::size_t(k + 1) * nb; };
+    const auto one = [&](const vec* c, const double* e, unsigned from, unsigned n) {
+        for (unsigned k = from; k < n; ++k) {
+            const vec a = e[-1 - int(k)] - vec{};
+            double* yr = row(k);
+            for (unsigned v = 0; v < V; ++v) store(yr + v * W, load(yr + v * W) - a * c[v]);
+        }
+    };
+    unsigned t = 0;
+    for (; t + 4 <= count; t += 4) {
+        const unsigned common = min2(min2(lens[t], lens[t + 1]), min2(lens[t + 2], lens[t + 3]));
+        const double *e0 = ends[t], *e1 = ends[t + 1], *e2 = ends[t + 2], *e3 = ends[t + 3];
+        vec c[4][V];
+        for (unsigned i = 0; i < 4; ++i)
+            for (unsigned v = 0; v < V; ++v) c[i][v] = load(alpha[t + i] + j0 + v * W);
+        for (unsigned k = 0; k < common; ++k) {
+            double* yr = row(k);
+            const vec a0 = e0[-1 - int(k)] - vec{}, a1 = e1[-1 - int(k)] - vec{}, a2 = e2[-1 - int(k)] - vec{},
+                      a3 = e3[-1 - int(k)] - vec{};
+            for (unsigned v = 0; v < V; ++v) {
+                vec yv = load(yr + v * W);
+                yv = yv - a0 * c[0][v];
+                yv = yv - a1 * c[1][v];
+                yv = yv - a2 * c[2][v];
+                yv = yv - a3 * c[3][v];
+                store(yr + v * W, yv);
+            }
+        }
+        // The rest of each column, in the order of t, from where the tile stopped.
+        for (unsigned i = 0; i < 4; ++i) one(c[i], ends[t + i], common, lens[t + i]);
+    }
+    for (; t < count; ++t) {
+        vec c[V];
+        for (unsigned v = 0; v < V; ++v) c[v] = load(alpha[t] + j0 + v * W);
+        one(c, ends[t], 0, lens[t]);
+    }
+}
+
+void block_axpys(double* Y_end, unsigned nb, unsigned count, const double* const* ends, const unsigned* lens,
+                 const double* const* alpha)
+{
+    unsigned j0 = 0;
+    for (; j0 + 2 * W <= nb; j0 += 2 * W) block_axpys_part<2>(Y_end, nb, j0, count, ends, lens, alpha);
+    for (; j0 < nb; j0 += W) block_axpys_part<1>(Y_end, nb, j0, count, ends, lens, alpha);
+}
+
+const kernel_table table = {KELT_KERNEL_NAME, dot,         scale_and_dot, axpy,         MR,
+                            NR,               gemm,        lower_solve,   gather_dots, scatter_axpys,
+                            W,                block_dots,  block_axpys};
 
 } // namespace kelt::core::KELT_KERNEL_NS

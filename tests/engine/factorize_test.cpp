@@ -181,3 +181,51 @@ TEST(kernels, every_instruction_set_agrees_with_a_plain_sum)
         }
     }
 }
+
+// Block solves against the single-column solve, column by column: equal to rounding
+// (the sums run in another order), and bit for bit on 1 and 2 threads. The column
+// counts cut into groups of one column, of fewer columns than a vector, of widths
+// that are not a multiple of it, and into several groups.
+TEST(block_solves, equal_the_single_column_solve_and_agree_on_any_thread_count)
+{
+    const struct {
+        const char* name;
+        test::dof_model model;
+    } models[] = {{"plate_2d", test::grid_model(12, 9, 0, 3)}, {"cube_3d", test::grid_model(8, 8, 7, 3)}};
+    for (const auto& m : models) {
+        const test::numbered num = test::number(m.model);
+        const unsigned n = num.free_IDs.size();
+        symmetric_hybrid_OOC<double> A;
+        ASSERT_EQ(A.create(num.profile, n), no_error);
+        std::vector<double> reference;
+        test::assemble_random_spd(m.model, num.free_IDs, A, reference, 6);
+        pivot_check_positive checker;
+        ASSERT_EQ(factorize(A, checker, 1u << 20, 2), no_error);
+        for (unsigned cols : {1u, 3u, 8u, 13u, 33u, 70u}) {
+            SCOPED_TRACE(std::string(m.name) + ", columns " + std::to_string(cols));
+            const unsigned ld = n + 5; // columns apart in memory, the gap untouched
+            std::vector<double> B(std::size_t(ld) * cols, -7.0);
+            for (unsigned j = 0; j < cols; ++j)
+                for (unsigned i = 0; i < n; ++i) B[std::size_t(j) * ld + i] = std::sin(0.37 * i + 1.3 * j + 0.1);
+            std::vector<std::vector<double>> X(2, B), energies(2, std::vector<double>(cols));
+            for (unsigned threads : {1u, 2u}) {
+                double* x = X[threads - 1].data();
+                ASSERT_EQ(forward_multi(A, x, ld, cols, energies[threads - 1].data(), 1u << 20, threads), no_error);
+                ASSERT_EQ(backward_multi(A, x, ld, cols, 1u << 20, threads), no_error);
+            }
+            for (std::size_t k = 0; k < B.size(); ++k)
+                ASSERT_EQ(std::bit_cast<std::uint64_t>(X[0][k]), std::bit_cast<std::uint64_t>(X[1][k])) << k;
+            for (unsigned j = 0; j < cols; ++j) {
+                ASSERT_EQ(energies[0][j], energies[1][j]);
+                std::vector<double> single(B.begin() + std::size_t(j) * ld, B.begin() + std::size_t(j) * ld + n);
+                double energy = 0.0;
+                ASSERT_EQ(solve_single(A, single.data(), single.data(), energy, {}, 1), no_error);
+                const double scale = test::max_abs(single);
+                for (unsigned i = 0; i < n; ++i)
+                    ASSERT_NEAR(X[0][std::size_t(j) * ld + i], single[i], 1e-12 * scale) << j << ' ' << i;
+                for (unsigned i = n; i < ld && j + 1 < cols; ++i) ASSERT_EQ(X[0][std::size_t(j) * ld + i], -7.0);
+                EXPECT_NEAR(energies[0][j], energy, 1e-12 * std::fabs(energy));
+            }
+        }
+    }
+}

@@ -120,14 +120,30 @@ bool solve_columns(run_state& run, const symmetric_hybrid_OOC<double>& A, double
     std::fill(energies, energies + count, 0.0);
     if (A.nbr_rows() == 0 || count == 0) return true;
     // The block solve wants the columns at a constant stride in memory; others are
-    // solved one at a time.
+    // gathered into one array for it, or, when that cannot be had, solved one at a time.
     bool strided = count > 1 && columns[1] > columns[0];
     for (unsigned j = 2; strided && j < count; ++j) strided = columns[j] - columns[j - 1] == columns[1] - columns[0];
+    const unsigned n = A.nbr_rows();
+    std::vector<double> gathered;
+    if (!strided && count > 1) {
+        try {
+            gathered.resize(std::size_t(n) * count);
+        } catch (const std::bad_alloc&) {
+            gathered.clear();
+        }
+    }
     error_type e = no_error;
     if (strided) {
         const auto ld = unsigned(columns[1] - columns[0]);
         e = forward_multi(A, columns[0], ld, count, energies, run.LLC_size(), run.threads());
         if (e == no_error) e = backward_multi(A, columns[0], ld, count, run.LLC_size(), run.threads());
+    } else if (!gathered.empty()) {
+        for (unsigned j = 0; j < count; ++j) std::copy(columns[j], columns[j] + n, gathered.data() + std::size_t(j) * n);
+        e = forward_multi(A, gathered.data(), n, count, energies, run.LLC_size(), run.threads());
+        if (e == no_error) e = backward_multi(A, gathered.data(), n, count, run.LLC_size(), run.threads());
+        if (e == no_error)
+            for (unsigned j = 0; j < count; ++j)
+                std::copy(gathered.data() + std::size_t(j) * n, gathered.data() + std::size_t(j + 1) * n, columns[j]);
     } else {
         for (unsigned j = 0; j < count && e == no_error; ++j) {
             e = forward(A, columns[j], run.threads(), energies[j]);

@@ -63,8 +63,8 @@ void raise_allocation_error(run_state& run, error_type code, const char* file, i
                                    indexed_sym_matrix& copy);
 
 // The `count` columns x (each of A's order) replaced by A⁻¹ x, each column's
-// xᵀ A⁻¹ x in energies[j]: at once when they are evenly spaced in memory, else
-// one at a time. "Solver error." on failure.
+// xᵀ A⁻¹ x in energies[j], all at once (gathered into one array when they are not
+// evenly spaced in memory). "Solver error." on failure.
 [[nodiscard]] bool solve_columns(run_state& run, const symmetric_hybrid_OOC<double>& A, double* const* columns,
                                  unsigned count, double* energies);
 
