@@ -267,6 +267,7 @@ TEST(solver_response_spectrum, a_two_mode_system_by_hand_and_the_stride_error)
     s.settings.stride = 0;
     s.run(data);
     EXPECT_STREQ(data.msg_title, "MODE ERROR");
+    data.clear_data_out();
     data.omega = dense1D<double, 8>(3, 1.0);
     data.PF_div_omega2();
     EXPECT_EQ(data.error_code, invalid_data_error);
