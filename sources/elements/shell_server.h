@@ -221,15 +221,20 @@ public:
         return no_error;
     }
 
-    // Generalised strains (11) or stresses (12) at the points, in each point's
-    // surface frame, under the coordinates of the point: 3 + 8 rows.
+    // Strains (11) or resultants (12) at the points as two tensors in the global
+    // frame, under the coordinates of the point: rows 3 to 8 the membrane strains
+    // or forces per unit width, with the transverse shears as their out-of-plane
+    // terms, rows 9 to 14 the curvatures or moments; solid order xx, yy, zz, xy,
+    // xz, yz, engineering shears for strains. Tensors of every element's own frame
+    // can so be summed at a node.
     [[nodiscard]] error_type compute_results(unsigned result, const unsigned* nodes, element_work_type& w) const
     {
         if (result != result_strain && result != result_stress) return no_error;
         if (!physics || !physics->law || transformer) return invalid_data_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(11, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(15, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         double tied[2 * nbr_tying][nbr_full];
         if constexpr (Modifier::nbr_tying > 0)
@@ -240,12 +245,27 @@ public:
         for (unsigned p = 0; p < nbr_points; ++p) {
             point_values v;
             w.point_IDs[p] = data.points[p].ID;
-            if (!(evaluate(p, e, finite, tied, w, v) > 0.0)) {
+            const double det = evaluate(p, e, finite, tied, w, v);
+            w.weights.push_back(det * data.points[p].weight);
+            if (!(det > 0.0)) {
                 w.results.clear();
                 return element_geometry_error;
             }
+            const bool strain = result == result_strain;
+            const strain8& g = strain ? v.eps : v.sigma;
+            voigt6 membrane{g[0], g[1], 0.0, g[2], g[6], g[7]}, bending{g[3], g[4], 0.0, g[5], 0.0, 0.0};
+            if (strain) {
+                rotate_strain_to_global(v.Q, membrane);
+                rotate_strain_to_global(v.Q, bending);
+            } else {
+                rotate_stress_to_global(v.Q, membrane);
+                rotate_stress_to_global(v.Q, bending);
+            }
             for (unsigned i = 0; i < 3; ++i) w.results(i, p) = v.x[i];
-            for (unsigned i = 0; i < 8; ++i) w.results(3 + i, p) = result == result_strain ? v.eps[i] : v.sigma[i];
+            for (unsigned i = 0; i < 6; ++i) {
+                w.results(3 + i, p) = membrane[i];
+                w.results(9 + i, p) = bending[i];
+            }
         }
         return no_error;
     }
@@ -254,10 +274,12 @@ private:
     struct element_data {
         double x[nbr_nodes][3];
         double u[nbr_full];
+        section_temperature<nbr_nodes> temperature;
     };
 
     struct point_values {
         double x[3];
+        frame3 Q;                 // columns e1, e2, e3
         double dNs[nbr_nodes][2]; // gradients on the surface frame
         double B[8][nbr_full];
         strain8 eps;
@@ -313,6 +335,7 @@ private:
         for (unsigned i = 0; i < nbr_full; ++i) e.u[i] = 0.0;
         for (unsigned a = 0; a < nbr_nodes; ++a)
             for (unsigned k = 0; k < base::nbr_places; ++k) e.u[6 * a + places[k]] = u[a * base::nbr_places + k];
+        e.temperature.read(w, nodes);
         return no_error;
     }
 
@@ -356,6 +379,11 @@ private:
             e3[i] /= det;
         }
         cross(e3, e1, e2);
+        for (unsigned i = 0; i < 3; ++i) {
+            v.Q(i, 0) = e1[i];
+            v.Q(i, 1) = e2[i];
+            v.Q(i, 2) = e3[i];
+        }
         for (unsigned i = 0; i < 3; ++i) {
             double s = 0.0;
             for (unsigned a = 0; a < nbr_nodes; ++a) s += items[a].N * e.x[a][i];
@@ -424,8 +452,17 @@ private:
             v.eps[1] = dot(e2, du[1]) + 0.5 * dot(du[1], du[1]);
             v.eps[2] = dot(e1, du[1]) + dot(e2, du[0]) + dot(du[0], du[1]);
         }
+        // The law sees the strains less those of the section's temperatures.
         const law_key key{w.model, w.element, data.points[p].ID};
-        physics->law->get_stress(key, v.eps, v.D, v.sigma, v.energy_density);
+        strain8 mechanical = v.eps;
+        if (e.temperature.n != 0) {
+            double T[3];
+            strain8 thermal;
+            e.temperature.at(items, T);
+            physics->law->get_thermal_strain(key, T, e.temperature.n, thermal);
+            for (unsigned m = 0; m < 8; ++m) mechanical[m] -= thermal[m];
+        }
+        physics->law->get_stress(key, mechanical, v.D, v.sigma, v.energy_density);
         return det;
     }
 
