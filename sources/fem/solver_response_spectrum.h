@@ -29,9 +29,9 @@ public:
     void init(const oneD_table& damping) { damping_ = damping; }
     // rho(i, j) for r = w[i] / w[j], a = x[i], b = x[j]:
     // 8 sqrt(a b r) r (r a + b) / ((1 - r²)² + 4 a b r (1 + r²) + 4 r² (a² + b²)).
-    // Every pair is computed (i, j and j, i), the later one stays: with unequal
-    // dampings the two differ. A zero pulsation makes r infinite: rigid modes are
-    // the host's to leave out.
+    // Every pair is computed (i, j and j, i), the later one stays; the form gives
+    // both the same value, unequal dampings included. A zero pulsation makes r
+    // infinite: rigid modes are the host's to leave out.
     symmetric_full<double> operator()(const dense1D<double, 8>& omega) const override;
 
 private:
