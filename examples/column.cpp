@@ -3,7 +3,9 @@
 // free at its top. Prints the two lowest critical loads of each beside
 // pi^2 E I / (K L)^2 (K = 1 pinned, 2 for the cantilever; the second mode at 4 and
 // 9 times the first in a symmetric tube: here the modes come in pairs, one per
-// plane), and exits non-zero when the first differs by more than 0.5 %.
+// plane), and exits non-zero when the first differs by more than 0.5 % from
+// Engesser's P = Pe / (1 + Pe / (G As)), the Euler load less the shear of the
+// tube's webs (0.9 % pinned, 0.2 % for the cantilever).
 //
 //   example_column
 #include <kelt/fem.h>
@@ -79,12 +81,14 @@ int main()
     for (const bool pinned : {true, false}) {
         const double K = pinned ? 1.0 : 2.0, Pe = pi * pi * E * I / (K * Lc * K * Lc);
         double second = 0.0;
+        // The webs carry the shear: As = A / 2.
+        const double G = E / (2.0 * (1.0 + nu)), Pg = Pe / (1.0 + Pe / (G * 0.5 * A));
         const double P = critical_load(pinned, second);
-        const double gap = std::fabs(P - Pe) / Pe;
-        std::printf("%s: P1 %.6e N  pi^2 E I / (K L)^2 %.6e N  gap %.3f %%;  P2 / P1 %.3f (theory %g)\n",
-                    pinned ? "pinned    " : "cantilever", P, Pe, 100.0 * gap, P > 0.0 ? second / P : 0.0,
+        const double gap = std::fabs(P - Pg) / Pg;
+        std::printf("%s: P1 %.6e N  pi^2 E I / (K L)^2 %.6e N  with shear %.6e N  gap %.3f %%;  P2 / P1 %.3f "
+                    "(theory %g)\n",
+                    pinned ? "pinned    " : "cantilever", P, Pe, Pg, 100.0 * gap, P > 0.0 ? second / P : 0.0,
                     pinned ? 4.0 : 9.0);
-        // Shear (As = A / 2) lowers the load by Pe / (G As), below 0.1 % here.
         ok = ok && gap < 5e-3;
     }
     std::printf("%s\n", ok ? "checks passed" : "CHECK FAILED");
