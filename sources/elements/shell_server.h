@@ -34,6 +34,7 @@ template <class Shape>
 struct shell_regular {
     static constexpr unsigned nbr_tying = 0;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr tying_point tying[1] = {{{0.0, 0.0}, 0}};
     static void coefficients(const double*, double (&)[2][1]) {}
 };
@@ -43,6 +44,7 @@ template <class Shape>
 struct ANS_Q4 {
     static constexpr unsigned nbr_tying = 4;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr tying_point tying[4] = {{{0.0, -1.0}, 0}, {{1.0, 0.0}, 1}, {{0.0, 1.0}, 0}, {{-1.0, 0.0}, 1}};
     static void coefficients(const double* r, double (&c)[2][4])
     {
@@ -56,11 +58,16 @@ struct ANS_Q4 {
 
 // Edge midpoints of the triangle: the first component on the edge s = 0, the
 // second on r = 0, both on the third edge, whose tangential shear fixes the one
-// free constant of the field e_r = a + c s, e_s = b - c r.
+// free constant of the field e_r = a + c s, e_s = b - c r. The tying alone leaves
+// thin triangles stiff; the transverse shear stiffness is scaled by
+// h^2 / (h^2 + alpha h_e^2) (h the section's thickness, h_e the longest edge),
+// which takes the spurious shear energy out as h / h_e falls and leaves thick
+// sections alone.
 template <class Shape>
 struct ANS_T3 {
     static constexpr unsigned nbr_tying = 4;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.1;
     static constexpr tying_point tying[4] = {{{0.5, 0.0}, 0}, {{0.0, 0.5}, 1}, {{0.5, 0.5}, 0}, {{0.5, 0.5}, 1}};
     static void coefficients(const double* r, double (&c)[2][4])
     {
@@ -79,6 +86,7 @@ template <class Shape>
 struct ANS_Q9 {
     static constexpr unsigned nbr_tying = 12;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr double a = 0.57735026918962576451, b = 0.77459666924148337704;
     static constexpr double two[2] = {-a, a}, three[3] = {-b, 0.0, b};
     static constexpr tying_point tying[12] = {
@@ -120,6 +128,7 @@ struct compose_modifier {
     static_assert(A::nbr_tying == 0 || B::nbr_tying == 0, "one tying scheme at most");
     using tying_source = std::conditional_t<(A::nbr_tying > 0), A, B>;
     static constexpr bool drilling = A::drilling || B::drilling;
+    static constexpr double shear_stabilisation = tying_source::shear_stabilisation;
     static constexpr const auto& tying = tying_source::tying;
     template <class C>
     static void coefficients(const double* r, C& c)
@@ -275,6 +284,7 @@ private:
         double x[nbr_nodes][3];
         double u[nbr_full];
         section_temperature<nbr_nodes> temperature;
+        double size2 = 0.0; // the longest edge between corners, squared
     };
 
     struct point_values {
@@ -336,6 +346,15 @@ private:
         for (unsigned a = 0; a < nbr_nodes; ++a)
             for (unsigned k = 0; k < base::nbr_places; ++k) e.u[6 * a + places[k]] = u[a * base::nbr_places + k];
         e.temperature.read(w, nodes);
+        if constexpr (Modifier::shear_stabilisation > 0.0) {
+            e.size2 = 0.0;
+            for (unsigned a = 0; a < 3; ++a) {
+                const double* p = e.x[a];
+                const double* q = e.x[(a + 1) % 3];
+                const double d[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+                e.size2 = std::max(e.size2, dot(d, d));
+            }
+        }
         return no_error;
     }
 
@@ -463,7 +482,31 @@ private:
             for (unsigned m = 0; m < 8; ++m) mechanical[m] -= thermal[m];
         }
         physics->law->get_stress(key, mechanical, v.D, v.sigma, v.energy_density);
+        if constexpr (Modifier::shear_stabilisation > 0.0) stabilise_shear(e, mechanical, v);
         return det;
+    }
+
+    // D becomes S D S, S scaling the transverse shears by sqrt(f), f = h^2 / (h^2 +
+    // alpha h_e^2), h^2 from the section as 12 (D33 - D03^2 / D00) / D00 (an offset
+    // left out); the stresses and energy follow from it. A section without
+    // membrane is left as it is.
+    void stabilise_shear(const element_data& e, const strain8& eps, point_values& v) const
+    {
+        const double D00 = v.D(0, 0);
+        if (!(D00 > 0.0)) return;
+        const double h2 = 12.0 * (v.D(3, 3) - v.D(0, 3) * v.D(0, 3) / D00) / D00;
+        if (!(h2 > 0.0)) return;
+        const double f = h2 / (h2 + Modifier::shear_stabilisation * e.size2), s = std::sqrt(f);
+        for (unsigned m = 0; m < 8; ++m)
+            for (unsigned l = m; l < 8; ++l) v.D(m, l) *= (m < 6 ? 1.0 : s) * (l < 6 ? 1.0 : s);
+        double energy = 0.0;
+        for (unsigned m = 0; m < 8; ++m) {
+            double sum = 0.0;
+            for (unsigned l = 0; l < 8; ++l) sum += v.D(m, l) * eps[l];
+            v.sigma[m] = sum;
+            energy += sum * eps[m];
+        }
+        v.energy_density = 0.5 * energy;
     }
 
     error_type fail(element_work_type& w) const
