@@ -282,3 +282,30 @@ TEST(solver_response_spectrum, a_two_mode_system_by_hand_and_the_stride_error)
     EXPECT_EQ(data.error_code, invalid_data_error);
     EXPECT_EQ(data.PF(0, 0), 3.0);
 }
+
+// A cantilever pressed at its top and held back at mid-height: the upper half
+// compressed, the lower half unloaded (a bending spring EI / b under the upper
+// half: x tan x = a / b, P = EI (x / a)^2) or pulled (G indefinite), which
+// stiffens it without reaching the upper half clamped at mid-height.
+TEST(solver_buckling_Euler, a_column_compressed_above_mid_height_only)
+{
+    const double a = 0.5 * L;
+    double x = 0.8; // x tan x = 1 by Newton
+    for (int k = 0; k < 50; ++k) x -= (x * std::tan(x) - 1.0) / (std::tan(x) + x / (std::cos(x) * std::cos(x)));
+    const double spring = E * I * x * x / (a * a), clamped = pi * pi * E * I / (4.0 * a * a);
+    double lambda[2] = {};
+    for (unsigned k = 0; k < 2; ++k) {
+        SCOPED_TRACE(k == 0 ? "unloaded below" : "pulled below");
+        beam_column col(20, false, 1e9);
+        fem::loads_mgr loads = col.problem.get_loads_mgr(0);
+        ASSERT_EQ(loads.record_DOF_load(fem::DOFs_mgr::ID(10, displacement_tag, 2), k == 0 ? 1.0 : 2.0, test::no_func),
+                  no_error);
+        const auto data = buckle(col.problem, 1);
+        ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+        ASSERT_EQ(data.lambdas.size(), 1u);
+        lambda[k] = data.lambdas[0];
+    }
+    EXPECT_NEAR(lambda[0] / spring, 1.0, 5e-3);
+    EXPECT_GT(lambda[1], 1.05 * lambda[0]);
+    EXPECT_LT(lambda[1], clamped);
+}
