@@ -20,6 +20,8 @@
 #include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_base.h"
 #include "kelt/fem/solver_modal.h"
+#include "kelt/fem/solver_buckling_euler.h"
+#include "kelt/fem/solver_response_spectrum.h"
 #include "kelt/fem/solver_static_linear.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
 #include "kelt/fem/solver_reactions.h"

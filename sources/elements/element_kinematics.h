@@ -4,6 +4,7 @@
 // of a thermal source at a point.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "kelt/core/DOFs_mgr.h"
@@ -209,6 +210,57 @@ struct element_temperature {
         }
         T = 0.0;
         for (unsigned a = 0; a < NN; ++a) T += items[a].N * nodes[a];
+        return true;
+    }
+};
+
+// Up to three section temperatures of a beam or shell element (mean, then the
+// gradient terms of the curvatures): the element's own value, else the nodal
+// values at the point, else the model's uniform value.
+template <unsigned NN>
+struct section_temperature {
+    unsigned n = 0; // components; 0 for no thermal source
+    bool nodal = false;
+    double value[3] = {};
+    double nodes[NN][3] = {};
+
+    void read(element_work_type& w, const unsigned* element_nodes)
+    {
+        n = 0;
+        nodal = false;
+        const stress_mgr_thermal* t = w.thermal;
+        if (!t) return;
+        if (take(t->get_element_value(w.element, w.time, w.thermal_value), w.thermal_value)) return;
+        if (t->nodes.size() != 0) {
+            for (unsigned a = 0; a < NN; ++a)
+                if (t->get_nodal_value(element_nodes[a], w.time, w.thermal_value))
+                    for (unsigned k = 0; k < 3 && k < w.thermal_value.size(); ++k) {
+                        nodes[a][k] = w.thermal_value[k];
+                        n = std::max(n, k + 1);
+                    }
+            nodal = n != 0;
+            return;
+        }
+        t->get_uniform(w.time, w.thermal_value);
+        take(true, w.thermal_value);
+    }
+    // The components at a point of shape values N.
+    template <class Shape>
+    void at(const kinematic_item<Shape>* items, double (&T)[3]) const
+    {
+        for (unsigned k = 0; k < 3; ++k) {
+            T[k] = nodal ? 0.0 : value[k];
+            if (nodal)
+                for (unsigned a = 0; a < NN; ++a) T[k] += items[a].N * nodes[a][k];
+        }
+    }
+
+private:
+    bool take(bool found, const dense1D<double, 8>& v)
+    {
+        if (!found || v.empty()) return false;
+        n = v.size() < 3 ? v.size() : 3;
+        for (unsigned k = 0; k < n; ++k) value[k] = v[k];
         return true;
     }
 };

@@ -167,13 +167,15 @@ public:
         if (result != result_strain && result != result_stress) return no_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         point_values v;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             const double det = evaluate(p, e, finite, w, v);
+            w.weights.push_back(det * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) {
                 double x = 0.0;
                 for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
@@ -367,13 +369,15 @@ public:
         if (result != result_strain && result != result_stress) return no_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         point_values v;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             const double measure = evaluate(p, e, finite, w, v);
+            w.weights.push_back(measure * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) {
                 double x = 0.0;
                 for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
@@ -585,13 +589,15 @@ public:
         if (result != result_strain && result != result_stress) return no_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(9, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         point_values v;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             const double measure = evaluate(p, e, w, v);
+            w.weights.push_back(measure * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) {
                 double x = 0.0;
                 for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
@@ -874,13 +880,15 @@ public:
         if (result != result_temperature_gradient && result != result_heat_flux) return no_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(6, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(6, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         error_type status = no_error;
         for (unsigned p = 0; p < nbr_points; ++p) {
             w.point_IDs[p] = data.points[p].ID;
             double n[nbr_nodes][2], at[2];
             const double det = plane_map<Shape>(data.items[p], e.X, n, at);
+            w.weights.push_back(det * data.points[p].weight);
             for (unsigned i = 0; i < 3; ++i) {
                 double x = 0.0;
                 for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];

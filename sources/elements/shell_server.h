@@ -34,6 +34,7 @@ template <class Shape>
 struct shell_regular {
     static constexpr unsigned nbr_tying = 0;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr tying_point tying[1] = {{{0.0, 0.0}, 0}};
     static void coefficients(const double*, double (&)[2][1]) {}
 };
@@ -43,6 +44,7 @@ template <class Shape>
 struct ANS_Q4 {
     static constexpr unsigned nbr_tying = 4;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr tying_point tying[4] = {{{0.0, -1.0}, 0}, {{1.0, 0.0}, 1}, {{0.0, 1.0}, 0}, {{-1.0, 0.0}, 1}};
     static void coefficients(const double* r, double (&c)[2][4])
     {
@@ -56,11 +58,16 @@ struct ANS_Q4 {
 
 // Edge midpoints of the triangle: the first component on the edge s = 0, the
 // second on r = 0, both on the third edge, whose tangential shear fixes the one
-// free constant of the field e_r = a + c s, e_s = b - c r.
+// free constant of the field e_r = a + c s, e_s = b - c r. The tying alone leaves
+// thin triangles stiff; the transverse shear stiffness is scaled by
+// h^2 / (h^2 + alpha h_e^2) (h the section's thickness, h_e the longest edge),
+// which takes the spurious shear energy out as h / h_e falls and leaves thick
+// sections alone.
 template <class Shape>
 struct ANS_T3 {
     static constexpr unsigned nbr_tying = 4;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.1;
     static constexpr tying_point tying[4] = {{{0.5, 0.0}, 0}, {{0.0, 0.5}, 1}, {{0.5, 0.5}, 0}, {{0.5, 0.5}, 1}};
     static void coefficients(const double* r, double (&c)[2][4])
     {
@@ -79,6 +86,7 @@ template <class Shape>
 struct ANS_Q9 {
     static constexpr unsigned nbr_tying = 12;
     static constexpr bool drilling = false;
+    static constexpr double shear_stabilisation = 0.0;
     static constexpr double a = 0.57735026918962576451, b = 0.77459666924148337704;
     static constexpr double two[2] = {-a, a}, three[3] = {-b, 0.0, b};
     static constexpr tying_point tying[12] = {
@@ -120,6 +128,7 @@ struct compose_modifier {
     static_assert(A::nbr_tying == 0 || B::nbr_tying == 0, "one tying scheme at most");
     using tying_source = std::conditional_t<(A::nbr_tying > 0), A, B>;
     static constexpr bool drilling = A::drilling || B::drilling;
+    static constexpr double shear_stabilisation = tying_source::shear_stabilisation;
     static constexpr const auto& tying = tying_source::tying;
     template <class C>
     static void coefficients(const double* r, C& c)
@@ -221,15 +230,20 @@ public:
         return no_error;
     }
 
-    // Generalised strains (11) or stresses (12) at the points, in each point's
-    // surface frame, under the coordinates of the point: 3 + 8 rows.
+    // Strains (11) or resultants (12) at the points as two tensors in the global
+    // frame, under the coordinates of the point: rows 3 to 8 the membrane strains
+    // or forces per unit width, with the transverse shears as their out-of-plane
+    // terms, rows 9 to 14 the curvatures or moments; solid order xx, yy, zz, xy,
+    // xz, yz, engineering shears for strains. Tensors of every element's own frame
+    // can so be summed at a node.
     [[nodiscard]] error_type compute_results(unsigned result, const unsigned* nodes, element_work_type& w) const
     {
         if (result != result_strain && result != result_stress) return no_error;
         if (!physics || !physics->law || transformer) return invalid_data_error;
         element_data e;
         if (auto err = prepare(nodes, w, e); err != no_error) return err;
-        if (!w.results.resize(11, nbr_points) || !w.point_IDs.resize(nbr_points)) return memory_error;
+        if (!w.results.resize(15, nbr_points) || !w.point_IDs.resize(nbr_points) || !this->record_point_shapes(nodes, w))
+            return memory_error;
         w.results = 0.0;
         double tied[2 * nbr_tying][nbr_full];
         if constexpr (Modifier::nbr_tying > 0)
@@ -240,12 +254,27 @@ public:
         for (unsigned p = 0; p < nbr_points; ++p) {
             point_values v;
             w.point_IDs[p] = data.points[p].ID;
-            if (!(evaluate(p, e, finite, tied, w, v) > 0.0)) {
+            const double det = evaluate(p, e, finite, tied, w, v);
+            w.weights.push_back(det * data.points[p].weight);
+            if (!(det > 0.0)) {
                 w.results.clear();
                 return element_geometry_error;
             }
+            const bool strain = result == result_strain;
+            const strain8& g = strain ? v.eps : v.sigma;
+            voigt6 membrane{g[0], g[1], 0.0, g[2], g[6], g[7]}, bending{g[3], g[4], 0.0, g[5], 0.0, 0.0};
+            if (strain) {
+                rotate_strain_to_global(v.Q, membrane);
+                rotate_strain_to_global(v.Q, bending);
+            } else {
+                rotate_stress_to_global(v.Q, membrane);
+                rotate_stress_to_global(v.Q, bending);
+            }
             for (unsigned i = 0; i < 3; ++i) w.results(i, p) = v.x[i];
-            for (unsigned i = 0; i < 8; ++i) w.results(3 + i, p) = result == result_strain ? v.eps[i] : v.sigma[i];
+            for (unsigned i = 0; i < 6; ++i) {
+                w.results(3 + i, p) = membrane[i];
+                w.results(9 + i, p) = bending[i];
+            }
         }
         return no_error;
     }
@@ -254,10 +283,13 @@ private:
     struct element_data {
         double x[nbr_nodes][3];
         double u[nbr_full];
+        section_temperature<nbr_nodes> temperature;
+        double size2 = 0.0; // the longest edge between corners, squared
     };
 
     struct point_values {
         double x[3];
+        frame3 Q;                 // columns e1, e2, e3
         double dNs[nbr_nodes][2]; // gradients on the surface frame
         double B[8][nbr_full];
         strain8 eps;
@@ -313,6 +345,16 @@ private:
         for (unsigned i = 0; i < nbr_full; ++i) e.u[i] = 0.0;
         for (unsigned a = 0; a < nbr_nodes; ++a)
             for (unsigned k = 0; k < base::nbr_places; ++k) e.u[6 * a + places[k]] = u[a * base::nbr_places + k];
+        e.temperature.read(w, nodes);
+        if constexpr (Modifier::shear_stabilisation > 0.0) {
+            e.size2 = 0.0;
+            for (unsigned a = 0; a < 3; ++a) {
+                const double* p = e.x[a];
+                const double* q = e.x[(a + 1) % 3];
+                const double d[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+                e.size2 = std::max(e.size2, dot(d, d));
+            }
+        }
         return no_error;
     }
 
@@ -356,6 +398,11 @@ private:
             e3[i] /= det;
         }
         cross(e3, e1, e2);
+        for (unsigned i = 0; i < 3; ++i) {
+            v.Q(i, 0) = e1[i];
+            v.Q(i, 1) = e2[i];
+            v.Q(i, 2) = e3[i];
+        }
         for (unsigned i = 0; i < 3; ++i) {
             double s = 0.0;
             for (unsigned a = 0; a < nbr_nodes; ++a) s += items[a].N * e.x[a][i];
@@ -424,9 +471,42 @@ private:
             v.eps[1] = dot(e2, du[1]) + 0.5 * dot(du[1], du[1]);
             v.eps[2] = dot(e1, du[1]) + dot(e2, du[0]) + dot(du[0], du[1]);
         }
+        // The law sees the strains less those of the section's temperatures.
         const law_key key{w.model, w.element, data.points[p].ID};
-        physics->law->get_stress(key, v.eps, v.D, v.sigma, v.energy_density);
+        strain8 mechanical = v.eps;
+        if (e.temperature.n != 0) {
+            double T[3];
+            strain8 thermal;
+            e.temperature.at(items, T);
+            physics->law->get_thermal_strain(key, T, e.temperature.n, thermal);
+            for (unsigned m = 0; m < 8; ++m) mechanical[m] -= thermal[m];
+        }
+        physics->law->get_stress(key, mechanical, v.D, v.sigma, v.energy_density);
+        if constexpr (Modifier::shear_stabilisation > 0.0) stabilise_shear(e, mechanical, v);
         return det;
+    }
+
+    // D becomes S D S, S scaling the transverse shears by sqrt(f), f = h^2 / (h^2 +
+    // alpha h_e^2), h^2 from the section as 12 (D33 - D03^2 / D00) / D00 (an offset
+    // left out); the stresses and energy follow from it. A section without
+    // membrane is left as it is.
+    void stabilise_shear(const element_data& e, const strain8& eps, point_values& v) const
+    {
+        const double D00 = v.D(0, 0);
+        if (!(D00 > 0.0)) return;
+        const double h2 = 12.0 * (v.D(3, 3) - v.D(0, 3) * v.D(0, 3) / D00) / D00;
+        if (!(h2 > 0.0)) return;
+        const double f = h2 / (h2 + Modifier::shear_stabilisation * e.size2), s = std::sqrt(f);
+        for (unsigned m = 0; m < 8; ++m)
+            for (unsigned l = m; l < 8; ++l) v.D(m, l) *= (m < 6 ? 1.0 : s) * (l < 6 ? 1.0 : s);
+        double energy = 0.0;
+        for (unsigned m = 0; m < 8; ++m) {
+            double sum = 0.0;
+            for (unsigned l = 0; l < 8; ++l) sum += v.D(m, l) * eps[l];
+            v.sigma[m] = sum;
+            energy += sum * eps[m];
+        }
+        v.energy_density = 0.5 * energy;
     }
 
     error_type fail(element_work_type& w) const

@@ -7,6 +7,7 @@
 
 #include "kelt/core/context.h"
 #include "kelt/core/numerical_models_mgr.h"
+#include "kelt/elements/physics.h"
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/factor.h"
 #include "kelt/fem/phases/nodal_projection.h"
@@ -37,6 +38,8 @@ void nodal_run(run_state& run, unsigned result, projected_field field, fem::noda
     pass_kind kind = kind_none;
     model->get_result_field(result, code, kind);
     if (kind == kind_none) KELT_RAISE(run, element_type_error, "Model error.");
+    // Plates and shells give two tensors a point: forces and moments.
+    if (field.tensor && field.count == 6 && (code == physics_plate_code || code == physics_shell_code)) field.count = 12;
     if (run.stop_requested()) return;
     run.log(0, "NODAL STRESS RUN (KELT FEM 4.4.0.0)\n");
     const double start = wall_clock();
@@ -207,7 +210,8 @@ void solver_least_squares::run(data_type& data) const
 {
     const unsigned result = settings.result;
     const core::projected_field field{settings.nbr_components,
-                                      settings.nbr_components == 6 && is_tensor_result(result),
+                                      (settings.nbr_components == 6 || settings.nbr_components == 12) &&
+                                          is_tensor_result(result),
                                       result == core::result_strain};
     core::run_frame(settings, data, invalid_settings_text, invalid_data_text,
                     [&](core::run_state& run) { core::nodal_run(run, result, field, data); });

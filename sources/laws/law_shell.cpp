@@ -31,6 +31,17 @@ bool complete_section(dense1D<double, 8>& d, unsigned h_at, unsigned I_at, unsig
 
 void zero(section8& D) { D = section8{}; }
 
+// Expansions (xx, yy, xy) times the mean change into the membrane rows, times the
+// gradient into the curvatures.
+void thermal_rows(const double (&a)[3], const double* T, unsigned n, strain8& out)
+{
+    out = strain8{};
+    for (unsigned i = 0; i < 3; ++i) {
+        out[i] = n > 0 ? a[i] * T[0] : 0.0;
+        out[i + 3] = n > 1 ? a[i] * T[1] : 0.0;
+    }
+}
+
 // Membrane, bending and coupling blocks of the plane-stress matrix C.
 void fill_blocks(const double (&C)[3][3], double h, double I, double hz, section8& D)
 {
@@ -58,6 +69,28 @@ bool law_shell_stiff::get_stress(const law_key& key, const strain8& eps, section
     }
     energy_density = 0.5 * e;
     return read;
+}
+
+void law_shell_stiff::get_thermal_strain(const law_key&, const double*, unsigned, strain8& out) const
+{
+    out = strain8{};
+}
+
+void law_shell_StVenant::get_thermal_strain(const law_key& key, const double* T, unsigned n, strain8& out) const
+{
+    const dense1D<double, 8>& d = element_data(key.model, key.element);
+    const double a = d.size() > 2 ? d[2] : 0.0;
+    thermal_rows({a, a, 0.0}, T, n, out);
+}
+
+void law_shell_orthotropic::get_thermal_strain(const law_key& key, const double* T, unsigned n, strain8& out) const
+{
+    const dense1D<double, 8>& d = element_data(key.model, key.element);
+    if (d.size() < 25) {
+        out = strain8{};
+        return;
+    }
+    thermal_rows({d[8], d[9], d[10]}, T, n, out);
 }
 
 // ---------------------------------------------------------------------------------

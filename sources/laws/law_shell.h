@@ -23,6 +23,10 @@ public:
     // D, the generalised stresses D eps and the energy density eps.sigma / 2.
     bool get_stress(const law_key& key, const strain8& eps, section8& D, strain8& sigma,
                     double& energy_density) const;
+    // The generalised strains of n section temperatures (the mean change, then its
+    // gradient across the thickness): membrane alpha T0, curvatures alpha T1; zero
+    // for a law without expansion.
+    virtual void get_thermal_strain(const law_key& key, const double* T, unsigned n, strain8& out) const;
 };
 
 // 0 E, 1 nu, 2 thermal expansion, 3 thickness h; then 4 the transverse shear
@@ -35,6 +39,7 @@ public:
     [[nodiscard]] bool process_data(dense1D<double, 8>& data) const override;
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
     bool get_section(const law_key& key, section8& D) const override;
+    void get_thermal_strain(const law_key& key, const double* T, unsigned n, strain8& out) const override;
 };
 
 // The same section from an orthotropic plane-stress matrix in the element frame:
@@ -50,6 +55,7 @@ public:
     [[nodiscard]] bool process_data(dense1D<double, 8>& data) const override;
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
     bool get_section(const law_key& key, section8& D) const override;
+    void get_thermal_strain(const law_key& key, const double* T, unsigned n, strain8& out) const override;
 };
 
 // The section matrix given as it is: column j has heights[j] (at most j) entries

@@ -365,5 +365,143 @@ TEST(solver_stress_nodal, bad_input_codes)
     (void)lambda;
 }
 
+// The unit square of the x-y plane in n x n quadrilaterals (or their halves),
+// interior nodes moved by up to `distortion` of a cell.
+mesh face_mesh(element_type type, unsigned n, double distortion)
+{
+    mesh m;
+    const unsigned side = n + 1;
+    m.pos = dense2D<double>(3, side * side);
+    for (unsigned j = 0; j < side; ++j)
+        for (unsigned i = 0; i < side; ++i) {
+            const bool inner = i > 0 && j > 0 && i < n && j < n;
+            const double d = inner ? distortion / n : 0.0;
+            m.pos(0, j * side + i) = double(i) / n + d * std::sin(3.0 * i + 7.0 * j);
+            m.pos(1, j * side + i) = double(j) / n + d * std::cos(5.0 * i + 2.0 * j);
+            m.pos(2, j * side + i) = 0.0;
+        }
+    std::vector<unsigned> cells;
+    for (unsigned j = 0; j < n; ++j)
+        for (unsigned i = 0; i < n; ++i) {
+            const unsigned a = j * side + i, b = a + 1, c = b + side, d = a + side;
+            if (type == element_faceQ4)
+                cells.insert(cells.end(), {a, b, c, d});
+            else
+                cells.insert(cells.end(), {b, c, a, c, d, a});
+        }
+    const unsigned per = type == element_faceQ4 ? 4 : 3;
+    m.cells = dense2D<unsigned>(per, cells.size() / per);
+    for (unsigned k = 0; k < cells.size(); ++k) m.cells(k % per, k / per) = cells[k];
+    m.type = type;
+    m.used.assign(m.nbr_nodes(), true);
+    return m;
+}
+
+// One state given by a function of (node, place) on the places listed.
+template <class F>
+fem::FEM_states state_of(const mesh& m, std::initializer_list<unsigned> places, F&& f)
+{
+    dense1D<unsigned, 8> IDs;
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+        for (unsigned k : places) IDs.push_back(n * 9 + k);
+    fem::FEM_matrix U(IDs, 1);
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+        for (unsigned k : places) EXPECT_EQ(U.setID_val(n * 9 + k, 0, f(n, k)), no_error);
+    return fem::FEM_states(U);
+}
+
+// Face families through the projection: a membrane or a shell stretched uniformly
+// carries the forces h C eps at every node; the shell bent uniformly (w = -k r^2 /
+// 2, whose transverse shears vanish at the tying points) carries D (1 + nu) k on
+// the moment tensor's diagonal. Forces and moments: tags 8 and 24.
+TEST(solver_stress_nodal, face_families_constant_fields_at_every_node)
+{
+    const double h = 0.1, exx = 1e-3, eyy = -4e-4, gxy = 6e-4, k = 2e-3;
+    const double C = E / (1.0 - nu * nu), Dk = C * h * h * h / 12.0 * (1.0 + nu) * k;
+    const double N[3][3] = {{h * C * (exx + nu * eyy), h * C * (1.0 - nu) / 2.0 * gxy, 0.0},
+                            {h * C * (1.0 - nu) / 2.0 * gxy, h * C * (eyy + nu * exx), 0.0},
+                            {0.0, 0.0, 0.0}};
+    const double M[3][3] = {{Dk, 0.0, 0.0}, {0.0, Dk, 0.0}, {0.0, 0.0, 0.0}};
+    for (element_type type : {element_faceT3, element_faceQ4})
+        for (bool shell : {false, true}) {
+            SCOPED_TRACE(testing::Message() << type << (shell ? " shell" : " membrane"));
+            test_context t;
+            mesh m = face_mesh(type, 3, 0.2);
+            dense1D<double, 8> d;
+            for (double v : {E, nu, 0.0, h}) d.push_back(v);
+            unsigned ID = 0;
+            if (shell) {
+                fem::law_shell_StVenant law;
+                ASSERT_EQ(law.init(d), no_error);
+                fem::model_shell_lin physics;
+                ASSERT_EQ(physics.init(law), no_error);
+                fem::numerical_model_stiff_lin model(t.ctx);
+                ASSERT_EQ(model.init(t.ctx, physics, m.cells, m.type), no_error);
+                ID = model.get_ID();
+            } else {
+                fem::law_membrane_StVenant law;
+                ASSERT_EQ(law.init(d), no_error);
+                fem::model_membrane_lin physics;
+                ASSERT_EQ(physics.init(law), no_error);
+                fem::numerical_model_stiff_lin model(t.ctx);
+                ASSERT_EQ(model.init(t.ctx, physics, m.cells, m.type), no_error);
+                ID = model.get_ID();
+            }
+            fem::problem_data p = t.problem(m, ID, 1);
+            fem::solver_stress_nodal solver;
+            fem::solver_stress_nodal::data_type data(p);
+            data.U = state_of(m, {0, 1, 2, 3, 4, 5}, [&](unsigned n, unsigned place) {
+                const double x = m.pos(0, n), y = m.pos(1, n);
+                switch (place) {
+                case 0: return exx * x + 0.5 * gxy * y;
+                case 1: return eyy * y + 0.5 * gxy * x;
+                case 2: return shell ? -0.5 * k * (x * x + y * y) : 0.0;
+                case 3: return shell ? -k * y : 0.0;
+                case 4: return shell ? k * x : 0.0;
+                default: return 0.0;
+                }
+            });
+            solver.run(data);
+            ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+            ASSERT_EQ(data.nbr_components, shell ? 12u : 6u);
+            for (unsigned n = 0; n < m.nbr_nodes(); ++n) {
+                symmetric_fixed<double, 3> s, b;
+                ASSERT_EQ(data.get_stress_tensor(n, 0, displacement_tag, s), no_error);
+                ASSERT_EQ(data.get_stress_tensor(n, 0, rotation_tag, b), no_error);
+                for (unsigned i = 0; i < 3; ++i)
+                    for (unsigned j = i; j < 3; ++j) {
+                        EXPECT_NEAR(s(i, j), N[i][j], 1e-9 * h * C * exx) << "node " << n << " " << i << j;
+                        EXPECT_NEAR(b(i, j), shell ? M[i][j] : 0.0, 1e-9 * Dk) << "node " << n << " " << i << j;
+                    }
+            }
+        }
+}
+
+// Section forces of rods live in each element's own axis: they are not summed at
+// nodes, and the projection refuses them as it does a solid without the result.
+TEST(solver_stress_nodal, line_results_are_refused)
+{
+    test_context t;
+    mesh m;
+    m.pos = dense2D<double>(3, 3);
+    for (unsigned n = 0; n < 3; ++n) m.pos(0, n) = n, m.pos(1, n) = 0.5 * n;
+    m.cells = dense2D<unsigned>(2, 2);
+    m.cells(0, 0) = 0, m.cells(1, 0) = 1, m.cells(0, 1) = 1, m.cells(1, 1) = 2;
+    m.type = element_edge2;
+    m.used.assign(3, true);
+    fem::law_spring law;
+    ASSERT_EQ(law.init(dense1D<double, 8>(3, 1.0)), no_error);
+    fem::model_rod_lin physics;
+    ASSERT_EQ(physics.init(law), no_error);
+    fem::numerical_model_stiff_lin model(t.ctx);
+    ASSERT_EQ(model.init(t.ctx, physics, m.cells, m.type), no_error);
+    fem::problem_data p = t.problem(m, model.get_ID(), 1);
+    fem::solver_stress_nodal solver;
+    fem::solver_stress_nodal::data_type data(p);
+    data.U = state_of(m, {0, 1, 2}, [&](unsigned n, unsigned place) { return place == 0 ? 1e-3 * n : 0.0; });
+    solver.run(data);
+    EXPECT_EQ(data.error_code, element_type_error);
+}
+
 } // namespace
 } // namespace kelt::test

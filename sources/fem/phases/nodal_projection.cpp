@@ -139,12 +139,15 @@ private:
     void point_values(const dense2D<double>& values, unsigned p, double (&v)[16]) const
     {
         for (unsigned c = 0; c < field.count && c < 16; ++c) v[c] = 3 + c < values.rows() ? values(3 + c, p) : 0.0;
-        if (!field.tensor || values.rows() < 9) return;
+        if (!field.tensor) return;
         const double s = field.halve_shears ? 0.5 : 1.0;
-        const double* x = values.col_data(p) + 3;
-        // xx, yy, zz, xy, xz, yz to s00, s01, s11, s02, s12, s22.
-        const double packed[6] = {x[0], s * x[3], x[1], s * x[4], s * x[5], x[2]};
-        std::copy(packed, packed + 6, v);
+        // xx, yy, zz, xy, xz, yz to s00, s01, s11, s02, s12, s22, for each tensor
+        // of the point (a shell's forces, then its moments).
+        for (unsigned t = 0; 6 * t + 6 <= field.count && 9 + 6 * t <= values.rows(); ++t) {
+            const double* x = values.col_data(p) + 3 + 6 * t;
+            const double packed[6] = {x[0], s * x[3], x[1], s * x[4], s * x[5], x[2]};
+            std::copy(packed, packed + 6, v + 6 * t);
+        }
     }
 
     const numbering& n;

@@ -21,9 +21,10 @@ inline unsigned node_of(unsigned ID) noexcept { return ID / 9; }
                                 double& timer);
 
 // How the point values of a result become the projected components: `count`
-// values from row 3 (under the point's coordinates); with `tensor` the six solid
+// values from row 3 (under the point's coordinates); with `tensor` each six solid
 // components (xx, yy, zz, xy, xz, yz) go to packed tensor order, engineering
-// shears (strains) halved when `halve_shears`.
+// shears (strains) halved when `halve_shears`: 6 for a solid's tensor, 12 for
+// the two of a plate or shell.
 struct projected_field {
     unsigned count = 6;
     bool tensor = false;
