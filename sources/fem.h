@@ -18,6 +18,7 @@
 #include "kelt/fem/physics_models.h"
 #include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_base.h"
+#include "kelt/fem/solver_Newmark.h"
 #include "kelt/fem/solver_modal.h"
 #include "kelt/fem/solver_static_linear.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
