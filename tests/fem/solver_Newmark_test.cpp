@@ -175,7 +175,7 @@ TEST(solver_Newmark, step_counts_output_groups_and_times)
         for (unsigned c = 0; c < r.cols; ++c) {
             const unsigned step = std::min(r.steps, (std::min(c / f, groups - 1) + 1) * r.period);
             EXPECT_EQ(d.times[c], 0.5 + step * 0.25) << c;
-            if (c % f == 0) { EXPECT_EQ(o.at(d, c), o.at(ref, step - 1)) << r.span << " " << c; }
+            if (c % f == 0 && c <= (groups - 1) * f) { EXPECT_EQ(o.at(d, c), o.at(ref, step - 1)) << r.span << " " << c; }
         }
     }
 }
@@ -237,13 +237,13 @@ TEST(solver_Newmark, one_and_two_threads_in_core_and_on_disk_agree)
     };
     for (const row& r : {row{2, false}, row{1, true}}) {
         test_context t;
-        mesh m = box_mesh(element_hexa8, {40.0, 3.0, 3.0}, {40, 3, 3});
+        mesh m = box_mesh(element_hexa8, {20.0, 3.0, 3.0}, {20, 3, 3});
         fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
         for (unsigned node = 0; node < m.nbr_nodes(); ++node)
             if (m.pos(0, node) == 0.0) { ASSERT_EQ(DOFs.set(node, displacement_tag, false), no_error); }
         fem::problem_data p(t.ctx, m.pos, DOFs, t.composite({t.solid(m, 1000.0, 0.3), t.mass(m, 1e-3)}), 1);
         for (unsigned node = 0; node < m.nbr_nodes(); ++node)
-            if (m.pos(0, node) == 40.0) { ASSERT_EQ(p.get_loads_mgr(0).record_DOF_load(dof(node, 2), -1.0, no_func), no_error); }
+            if (m.pos(0, node) == 20.0) { ASSERT_EQ(p.get_loads_mgr(0).record_DOF_load(dof(node, 2), -1.0, no_func), no_error); }
         fem::solver_Newmark s;
         s.settings.dt = 0.05, s.settings.t_end = 10.0, s.settings.damping_K = 1e-3;
         fem::solver_Newmark::data_type first(p), second(p);
@@ -258,7 +258,9 @@ TEST(solver_Newmark, one_and_two_threads_in_core_and_on_disk_agree)
             dense1D<double, 8> a, b;
             ASSERT_EQ(first.U.get_col(c, a), no_error);
             ASSERT_EQ(second.U.get_col(c, b), no_error);
-            for (unsigned i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], 1e-10 * std::fabs(a[i]) + 1e-14) << c;
+            double top = 0.0;
+            for (unsigned i = 0; i < a.size(); ++i) top = std::max(top, std::fabs(a[i]));
+            for (unsigned i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], 1e-9 * top) << c;
         }
     }
 }
