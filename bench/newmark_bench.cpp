@@ -3,7 +3,7 @@
 // the factorisation beside one forward and backward solve of the same effective
 // matrix, factored again here through the phases. A step is one right-hand side
 // assembly and one solve, so the two should be close. Run:
-//   newmark_bench [n] [steps]     (default 20 200: the reference block 80 x 20 x 20)
+//   newmark_bench [n] [steps] [threads]     (default 20 200 2: the reference block 80 x 20 x 20)
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -24,13 +24,14 @@ using bench::seconds_since;
 int main(int argc, char** argv)
 {
     const unsigned n = argc > 1 ? unsigned(std::atoi(argv[1])) : 20u, steps = argc > 2 ? unsigned(std::atoi(argv[2])) : 200u;
-    if (n < 1 || n > 60 || steps < 1) {
-        std::fprintf(stderr, "usage: %s [n, 1 to 60] [steps]\n", argv[0]);
+    const unsigned threads = argc > 3 ? unsigned(std::atoi(argv[3])) : 2u;
+    if (n < 1 || n > 60 || steps < 1 || threads < 1) {
+        std::fprintf(stderr, "usage: %s [n, 1 to 60] [steps] [threads]\n", argv[0]);
         return 2;
     }
     const bench::hexa8_block block{4 * n, n, n};
     fem::context ctx;
-    ctx.set_max_threads(2);
+    ctx.set_max_threads(threads);
     const unsigned nodes = block.nbr_nodes();
     dense2D<double> pos(3, nodes);
     for (unsigned k = 0; k <= block.nz; ++k)
@@ -110,8 +111,8 @@ int main(int argc, char** argv)
         solve = std::min(solve, seconds_since(t1));
     }
     const double per_step = data.time_resolution / data.nbr_steps_done;
-    std::printf("block %u x %u x %u hexa8, %zu DOFs, 2 threads, %u steps\n", block.nx, block.ny, block.nz, x.size(),
-                data.nbr_steps_done);
+    std::printf("block %u x %u x %u hexa8, %zu DOFs, %u thread(s), %u steps\n", block.nx, block.ny, block.nz, x.size(),
+                ctx.get_max_threads(), data.nbr_steps_done);
     std::printf("  numbering %.2f s, K_eff assembly %.2f s, factorisation %.2f s, steps %.2f s, run %.2f s\n",
                 data.time_numbering, data.time_K_assembly, data.time_factorization, data.time_resolution, wall);
     std::printf("  time per step %.4f s; one forward + backward solve %.4f s; ratio %.2f\n", per_step, solve,
