@@ -19,6 +19,7 @@
 #include "kelt/fem/physics_models.h"
 #include "kelt/fem/problem_data.h"
 #include "kelt/fem/solver_base.h"
+#include "kelt/fem/solver_Newmark.h"
 #include "kelt/fem/solver_modal.h"
 #include "kelt/fem/solver_buckling_euler.h"
 #include "kelt/fem/solver_response_spectrum.h"

@@ -7,16 +7,28 @@
 
 namespace kelt::core {
 
-bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind kind,
-                 const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out, double& timer)
+namespace {
+
+bool number_kinds(run_state& run, const numerical_model_base& model, const pass_kind* kinds, unsigned nbr_kinds,
+                  const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out, double& timer)
 {
     {
         phase_timer t(timer);
         const problem_data& problem = *run.problem;
         dense1D<unsigned, 8> model_DOFs, kept;
         std::vector<unsigned> ends, element_DOFs;
-        error_type e = model.get_model_DOFs(kind, problem.pos, all_fields, model_DOFs);
-        if (e == no_error) e = model.get_elements_DOFs(all_elements, kind, problem.pos, all_fields, ends, element_DOFs);
+        error_type e = no_error;
+        // The rows of every kind follow one another: an element listed by two
+        // kinds makes two rows of the same connectivity.
+        vector_fast all_DOFs;
+        for (unsigned k = 0; k < nbr_kinds && e == no_error; ++k) {
+            e = model.get_model_DOFs(kinds[k], problem.pos, all_fields, model_DOFs);
+            for (unsigned id : model_DOFs)
+                if (e == no_error && all_DOFs.push_back(id) == vector_fast::none) e = memory_error;
+            if (e == no_error)
+                e = model.get_elements_DOFs(all_elements, kinds[k], problem.pos, all_fields, ends, element_DOFs);
+        }
+        if (e == no_error && !model_DOFs.copy(all_DOFs.IDs())) e = memory_error;
         if (e == no_error) {
             if (!kept.reserve(model_DOFs.size(), 1)) throw std::bad_alloc();
             for (unsigned id : model_DOFs) {
@@ -32,6 +44,20 @@ bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind ki
     }
     run.log(1, "Nbr free DOFs            : %10llu \n", (unsigned long long)out.size());
     return !run.stop_requested();
+}
+
+} // namespace
+
+bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind kind,
+                 const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out, double& timer)
+{
+    return number_kinds(run, model, &kind, 1, excluded, order_only, out, timer);
+}
+
+bool number_DOFs(run_state& run, const numerical_model_base& model, std::initializer_list<pass_kind> kinds,
+                 const dense1D<unsigned, 8>& excluded, numbering& out, double& timer)
+{
+    return number_kinds(run, model, kinds.begin(), unsigned(kinds.size()), excluded, false, out, timer);
 }
 
 void log_K_request(const run_state& run, const numbering& n)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 
 #include "kelt/core/numerical_model_base.h"
 #include "kelt/core/vector_fast.h"
@@ -30,6 +31,12 @@ struct numbering {
 [[nodiscard]] bool number_DOFs(run_state& run, const numerical_model_base& model, pass_kind kind,
                                const dense1D<unsigned, 8>& excluded, bool order_only, numbering& out,
                                double& timer);
+
+// The same over the union of several pass kinds, whose matrices are to be summed
+// on one profile (an effective matrix of stiffness, mass and damping).
+[[nodiscard]] bool number_DOFs(run_state& run, const numerical_model_base& model,
+                               std::initializer_list<pass_kind> kinds, const dense1D<unsigned, 8>& excluded,
+                               numbering& out, double& timer);
 
 // The two request lines of a matrix and of a set of states.
 void log_K_request(const run_state& run, const numbering& n);
