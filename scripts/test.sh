@@ -15,7 +15,8 @@ cmake --build "$build" -j"$(kelt_jobs)"
 ctest --test-dir "$build" --output-on-failure -j"$(kelt_jobs)"
 
 # The installed package, used as a host would use it.
-prefix="$PWD/$build/package-root"
+# The build folder may be given relative or absolute.
+prefix="$(cd "$build" && pwd)/package-root"
 rm -rf "$prefix" "$build/package-host"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
