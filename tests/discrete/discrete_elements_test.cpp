@@ -426,3 +426,42 @@ TEST(discrete_thermal, conductances_in_series_through_the_thermal_solver)
     EXPECT_NEAR(value(data.U, T0), Q / g, 1e-13);
     EXPECT_NEAR(value(data.U, T1), Q / g + Q / h, 1e-13);
 }
+
+// A mass on a grounded spring and dash-pot under a step load, stepped in time: it
+// swings about F / k with the damped period, and each swing is smaller than the one
+// before by the damping ratio c / (2 sqrt(k m)).
+TEST(discrete_masses, a_damped_mass_on_a_spring_decays_in_time)
+{
+    test_context t;
+    const double k = 4.0e4, m = 2.5, zeta = 0.05, c = 2.0 * zeta * std::sqrt(k * m), F = 100.0;
+    fem::spring support(t.ctx);
+    fem::dash_pot damper(t.ctx);
+    fem::mass_punctual body(t.ctx);
+    ASSERT_EQ(support.init(0, ground, displacement_tag, scalar(k)), no_error);
+    ASSERT_EQ(damper.init(0, ground, displacement_tag, scalar(c)), no_error);
+    ASSERT_EQ(body.init(0, m), no_error);
+    fem::numerical_model_composite all(t.ctx);
+    ASSERT_EQ(all.insert(make<unsigned>({support.get_ID(), damper.get_ID(), body.get_ID()})), no_error);
+    dense2D<double> pos(3, 1, 0.0);
+    fem::DOFs_mgr DOFs(1, false); // x alone: a step needs every free DOF to have mass or stiffness
+    ASSERT_EQ(DOFs.set(0, displacement_tag, 0, true), no_error);
+    fem::problem_data p(t.ctx, pos, DOFs, all.get_ID(), 1);
+    ASSERT_EQ(p.get_loads_mgr(0).record_DOF_load(dof(0, 0), F, no_func), no_error);
+
+    const double w = std::sqrt(k / m), T = 2.0 * M_PI / w, Td = T / std::sqrt(1.0 - zeta * zeta);
+    const unsigned steps = 1200;
+    fem::solver_Newmark s;
+    s.settings.dt = T / 400.0, s.settings.t_end = steps * s.settings.dt;
+    fem::solver_Newmark::data_type data(p);
+    s.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    std::vector<double> swing(steps);
+    for (unsigned n = 0; n < steps; ++n) swing[n] = value(data.U, dof(0, 0), n) - F / k;
+    std::vector<unsigned> peaks;
+    for (unsigned n = 1; n + 1 < steps; ++n)
+        if (swing[n] > swing[n - 1] && swing[n] >= swing[n + 1]) peaks.push_back(n);
+    ASSERT_GE(peaks.size(), 2u);
+    const double delta = std::log(swing[peaks[0]] / swing[peaks[1]]);
+    EXPECT_NEAR(delta / std::sqrt(4.0 * M_PI * M_PI + delta * delta), zeta, 1e-2 * zeta);
+    EXPECT_NEAR((peaks[1] - peaks[0]) * s.settings.dt, Td, 2.0 * s.settings.dt);
+}
