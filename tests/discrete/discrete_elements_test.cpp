@@ -1,7 +1,7 @@
 // Discrete elements against closed forms: a block settling on springs, a point mass
 // on a spring vibrating at sqrt(k/m) / 2 pi, the parallel-axis rule of an offset
-// mass, user matrices equal to the elements they replace, C = alpha K + beta M,
-// and the refusals.
+// mass, a damped one decaying in time, user matrices equal to the elements they
+// replace (a beam's among them), C = alpha K + beta M, and the refusals.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -464,4 +464,54 @@ TEST(discrete_masses, a_damped_mass_on_a_spring_decays_in_time)
     const double delta = std::log(swing[peaks[0]] / swing[peaks[1]]);
     EXPECT_NEAR(delta / std::sqrt(4.0 * M_PI * M_PI + delta * delta), zeta, 1e-2 * zeta);
     EXPECT_NEAR((peaks[1] - peaks[0]) * s.settings.dt, Td, 2.0 * s.settings.dt);
+}
+
+// A user matrix holding a beam element's 12 x 12 stiffness (six DOFs a node, a skew
+// axis, a skew section with offsets) carries a tip load as the beam does.
+TEST(discrete_springs, a_beam_matrix_as_stiffness_sym_deflects_as_the_beam)
+{
+    test_context t;
+    dense2D<double> pos(3, 2, 0.0);
+    pos(0, 1) = 1.0, pos(1, 1) = 2.0, pos(2, 1) = 2.0;
+    dense2D<unsigned> cells(2, 1);
+    cells(0, 0) = 0, cells(1, 0) = 1;
+    dense1D<double, 8> section;
+    for (double v : {1.0, 0.0, 0.3, 2.1e5, 8.0e4, 0.0, 3.0, 2.5, 2.0, 1.5, 2.0, 1.2, 0.3, 0.05, -0.02})
+        section.push_back(v);
+    fem::law_beam_StVenant law;
+    fem::model_beam_lin physics;
+    fem::numerical_model_stiff_lin beam(t.ctx);
+    ASSERT_EQ(law.init(section), no_error);
+    ASSERT_EQ(physics.init(law), no_error);
+    ASSERT_EQ(beam.init(t.ctx, physics, cells, element_edge2), no_error);
+
+    fem::DOFs_mgr DOFs(2, false);
+    ASSERT_EQ(DOFs.set(1, displacement_tag, true), no_error);
+    ASSERT_EQ(DOFs.set(1, rotation_tag, true), no_error);
+    const double F[6] = {1.0, -2.0, 0.5, 0.3, -0.1, 0.2};
+    auto tip_of = [&](unsigned model) {
+        fem::problem_data p(t.ctx, pos, DOFs, model, 1);
+        for (unsigned i = 0; i < 6; ++i)
+            EXPECT_EQ(p.get_loads_mgr(0).record_DOF_load(fem::DOFs_mgr::ID(1, i < 3 ? displacement_tag : rotation_tag,
+                                                                            i % 3),
+                                                         F[i], no_func),
+                      no_error);
+        auto data = solve(p);
+        std::vector<double> u;
+        for (unsigned i = 0; i < 6; ++i)
+            u.push_back(value(data.U, fem::DOFs_mgr::ID(1, i < 3 ? displacement_tag : rotation_tag, i % 3)));
+        return u;
+    };
+
+    fem::problem_data whole(t.ctx, pos, DOFs, beam.get_ID(), 1);
+    fem::elementary_server server;
+    fem::elementary_server::data_type element(whole);
+    server.run(element, false);
+    ASSERT_EQ(element.error_code, no_error) << element.msg_title << element.msg_detail;
+    ASSERT_EQ(element.K.order(), 12u);
+    fem::stiffness_sym matrix(t.ctx);
+    ASSERT_EQ(matrix.init(element.K, element.IDs, 1), no_error); // the upper triangle by columns
+
+    const std::vector<double> expected = tip_of(beam.get_ID()), got = tip_of(matrix.get_ID());
+    for (unsigned i = 0; i < 6; ++i) EXPECT_NEAR(got[i], expected[i], 1e-10 * std::fabs(expected[0])) << i;
 }
