@@ -55,19 +55,7 @@ public:
             w.Ke.clear();
             return result;
         }
-        if (w.vector_mode == 1) {
-            double T[nbr_nodes];
-            gather_values<nbr_nodes>(w.U, nodes, places, T);
-            if (!w.Fe.resize(nbr_nodes)) return memory_error;
-            for (unsigned i = 0; i < nbr_nodes; ++i) {
-                double s = 0.0;
-                for (unsigned j = 0; j < nbr_nodes; ++j) s += w.Ke(i, j) * T[j];
-                w.Fe[i] = -s;
-                w.energy += 0.5 * s * T[i];
-            }
-        }
-        if (w.matrix_mode == matrix_none) w.Ke.clear();
-        return no_error;
+        return linear_outputs<nbr_nodes>(w, nodes, places);
     }
 
     // Temperature gradients (7) or heat fluxes -k grad T (8) at the points, under

@@ -97,6 +97,17 @@ void gather_values(const DOF_values_view& U, const unsigned* nodes, const unsign
         for (unsigned k = 0; k < NP; ++k) out[a * NP + k] = U.empty() ? 0.0 : U.get(DOFs_mgr::place_ID(nodes[a], places[k]));
 }
 
+// The point where `items` were taken: sum of N_a x_a.
+template <class Shape>
+void point_of(const kinematic_item<Shape>* items, const double (*x)[3], double (&point)[3])
+{
+    for (unsigned i = 0; i < 3; ++i) {
+        double s = 0.0;
+        for (unsigned a = 0; a < Shape::nbr_nodes; ++a) s += items[a].N * x[a][i];
+        point[i] = s;
+    }
+}
+
 // The isoparametric map of a volume at a point: J(i, k) = dx_i / dr_k, the
 // determinant, the point, and the gradients of the shape functions in space.
 template <class Shape>
@@ -287,6 +298,33 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
     for (unsigned a = 0; a < NN; ++a)
         for (unsigned k = 0; k < NP; ++k) DOFs[a * NP + k] = DOFs_mgr::place_ID(nodes[a], places[k]);
     return true;
+}
+
+// What a linear element gives from its assembled matrix: with a vector, Fe = -Ke u
+// and the energy u.Ke.u / 2 at the element's values u (n of them); then Ke dropped
+// when the pass asks for no matrix.
+[[nodiscard]] inline error_type linear_outputs(element_work_type& w, const double* u, unsigned n)
+{
+    if (w.vector_mode == 1) {
+        if (!w.Fe.resize(n)) return memory_error;
+        for (unsigned i = 0; i < n; ++i) {
+            double s = 0.0;
+            for (unsigned j = 0; j < n; ++j) s += w.Ke(i, j) * u[j];
+            w.Fe[i] = -s;
+            w.energy += 0.5 * s * u[i];
+        }
+    }
+    if (w.matrix_mode == matrix_none) w.Ke.clear();
+    return no_error;
+}
+
+// The same at the values of U gathered at the element's nodes and places.
+template <unsigned NN, unsigned NP>
+[[nodiscard]] error_type linear_outputs(element_work_type& w, const unsigned* nodes, const unsigned (&places)[NP])
+{
+    double u[NN * NP];
+    if (w.vector_mode == 1) gather_values<NN>(w.U, nodes, places, u);
+    return linear_outputs(w, u, NN * NP);
 }
 
 // The places of a node's DOFs that a family works on.

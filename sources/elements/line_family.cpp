@@ -40,28 +40,6 @@ template <class Physics, class Shape>
 using spring_bed = numerical_model_stiff_mesh<distributed_spring_server<Physics, Shape, typename full_rule<Shape>::type>,
                                               no_external_work>;
 
-template <class Make>
-error_type for_line(element_type type, Make&& make)
-{
-    switch (type) {
-    case element_edge2: return make.template operator()<shape_edge2>();
-    case element_edge3: return make.template operator()<shape_edge3>();
-    default: return element_type_error;
-    }
-}
-
-template <class Make>
-error_type for_face(element_type type, Make&& make)
-{
-    switch (type) {
-    case element_faceT3: return make.template operator()<shape_faceT3>();
-    case element_faceT6: return make.template operator()<shape_faceT6>();
-    case element_faceQ4: return make.template operator()<shape_faceQ4>();
-    case element_faceQ9: return make.template operator()<shape_faceQ9>();
-    default: return element_type_error;
-    }
-}
-
 template <class Physics>
 error_type make_beam(context_type* context, Physics& physics, const dense2D<unsigned>& mesh, element_type type,
                      Ptr<numerical_model_base>& out)

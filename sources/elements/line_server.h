@@ -644,19 +644,7 @@ public:
             dense1D<double, 8> none;
             rotate_to_global(R, 2 * nbr_nodes, w.Ke, none);
         }
-        if (w.vector_mode == 1) {
-            double u[nbr_DOFs];
-            gather_values<nbr_nodes>(w.U, nodes, places, u);
-            if (!w.Fe.resize(nbr_DOFs)) return memory_error;
-            for (unsigned i = 0; i < nbr_DOFs; ++i) {
-                double s = 0.0;
-                for (unsigned j = 0; j < nbr_DOFs; ++j) s += w.Ke(i, j) * u[j];
-                w.Fe[i] = -s;
-                w.energy += 0.5 * s * u[i];
-            }
-        }
-        if (w.matrix_mode == matrix_none) w.Ke.clear();
-        return no_error;
+        return linear_outputs<nbr_nodes>(w, nodes, places);
     }
 
     [[nodiscard]] error_type compute_results(unsigned, const unsigned*, element_work_type&) const { return no_error; }
@@ -775,19 +763,7 @@ public:
             w.Ke.clear();
             return result;
         }
-        if (w.vector_mode == 1) {
-            double T[nbr_nodes];
-            gather_values<nbr_nodes>(w.U, nodes, places, T);
-            if (!w.Fe.resize(nbr_nodes)) return memory_error;
-            for (unsigned i = 0; i < nbr_nodes; ++i) {
-                double s = 0.0;
-                for (unsigned j = 0; j < nbr_nodes; ++j) s += w.Ke(i, j) * T[j];
-                w.Fe[i] = -s;
-                w.energy += 0.5 * s * T[i];
-            }
-        }
-        if (w.matrix_mode == matrix_none) w.Ke.clear();
-        return no_error;
+        return linear_outputs<nbr_nodes>(w, nodes, places);
     }
 
     [[nodiscard]] error_type compute_results(unsigned, const unsigned*, element_work_type&) const { return no_error; }

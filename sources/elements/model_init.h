@@ -124,6 +124,31 @@ error_type for_volume(element_type type, Make&& make)
     }
 }
 
+// The same for the line shapes and for the face shapes.
+template <class Make>
+error_type for_line(element_type type, Make&& make)
+{
+    using namespace elfes;
+    switch (type) {
+    case element_edge2: return make.template operator()<shape_edge2>();
+    case element_edge3: return make.template operator()<shape_edge3>();
+    default: return element_type_error;
+    }
+}
+
+template <class Make>
+error_type for_face(element_type type, Make&& make)
+{
+    using namespace elfes;
+    switch (type) {
+    case element_faceT3: return make.template operator()<shape_faceT3>();
+    case element_faceT6: return make.template operator()<shape_faceT6>();
+    case element_faceQ4: return make.template operator()<shape_faceQ4>();
+    case element_faceQ9: return make.template operator()<shape_faceQ9>();
+    default: return element_type_error;
+    }
+}
+
 // A new mesh model of type Model on the physics; memory_error when it cannot be had.
 template <class Model, class Physics>
 error_type new_mesh_model(context_type* context, Physics& physics, const dense2D<unsigned>& mesh, element_type type,

@@ -37,18 +37,6 @@ template <> struct face_rules<shape_faceQ9> {
 template <> struct face_rules<shape_edge2> { using full = local_points_set<Gauss_edge, 2>; };
 template <> struct face_rules<shape_edge3> { using full = local_points_set<Gauss_edge, 3>; };
 
-template <class Make>
-error_type for_face(element_type type, Make&& make)
-{
-    switch (type) {
-    case element_faceT3: return make.template operator()<shape_faceT3>();
-    case element_faceQ4: return make.template operator()<shape_faceQ4>();
-    case element_faceT6: return make.template operator()<shape_faceT6>();
-    case element_faceQ9: return make.template operator()<shape_faceQ9>();
-    default: return element_type_error;
-    }
-}
-
 // The mesh model of `Model` when `physics` is a Physics, else element_type_error.
 template <template <class, class> class Model, class Physics>
 error_type try_physics(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,

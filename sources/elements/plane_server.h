@@ -176,11 +176,9 @@ public:
             w.point_IDs[p] = data.points[p].ID;
             const double det = evaluate(p, e, finite, w, v);
             w.weights.push_back(det * data.points[p].weight);
-            for (unsigned i = 0; i < 3; ++i) {
-                double x = 0.0;
-                for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
-                w.results(i, p) = x;
-            }
+            double point[3];
+            point_of<Shape>(data.items[p], e.x, point);
+            for (unsigned i = 0; i < 3; ++i) w.results(i, p) = point[i];
             if (!(det > 0.0)) {
                 status = element_geometry_error;
                 continue;
@@ -378,11 +376,9 @@ public:
             w.point_IDs[p] = data.points[p].ID;
             const double measure = evaluate(p, e, finite, w, v);
             w.weights.push_back(measure * data.points[p].weight);
-            for (unsigned i = 0; i < 3; ++i) {
-                double x = 0.0;
-                for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
-                w.results(i, p) = x;
-            }
+            double point[3];
+            point_of<Shape>(data.items[p], e.x, point);
+            for (unsigned i = 0; i < 3; ++i) w.results(i, p) = point[i];
             if (!(measure > 0.0)) {
                 status = element_geometry_error;
                 continue;
@@ -598,11 +594,9 @@ public:
             w.point_IDs[p] = data.points[p].ID;
             const double measure = evaluate(p, e, w, v);
             w.weights.push_back(measure * data.points[p].weight);
-            for (unsigned i = 0; i < 3; ++i) {
-                double x = 0.0;
-                for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
-                w.results(i, p) = x;
-            }
+            double point[3];
+            point_of<Shape>(data.items[p], e.x, point);
+            for (unsigned i = 0; i < 3; ++i) w.results(i, p) = point[i];
             if (!(measure > 0.0)) {
                 status = element_geometry_error;
                 continue;
@@ -796,19 +790,7 @@ public:
             w.Ke.clear();
             return result;
         }
-        if (w.vector_mode == 1) {
-            double u[nbr_DOFs];
-            gather_values<nbr_nodes>(w.U, nodes, places, u);
-            if (!w.Fe.resize(nbr_DOFs)) return memory_error;
-            for (unsigned i = 0; i < nbr_DOFs; ++i) {
-                double s = 0.0;
-                for (unsigned j = 0; j < nbr_DOFs; ++j) s += w.Ke(i, j) * u[j];
-                w.Fe[i] = -s;
-                w.energy += 0.5 * s * u[i];
-            }
-        }
-        if (w.matrix_mode == matrix_none) w.Ke.clear();
-        return no_error;
+        return linear_outputs<nbr_nodes>(w, nodes, places);
     }
 
     [[nodiscard]] error_type compute_results(unsigned, const unsigned*, element_work_type&) const { return no_error; }
@@ -860,17 +842,7 @@ public:
             w.Ke.clear();
             return result;
         }
-        if (w.vector_mode == 1) {
-            if (!w.Fe.resize(nbr_nodes)) return memory_error;
-            for (unsigned i = 0; i < nbr_nodes; ++i) {
-                double s = 0.0;
-                for (unsigned j = 0; j < nbr_nodes; ++j) s += w.Ke(i, j) * e.T[j];
-                w.Fe[i] = -s;
-                w.energy += 0.5 * s * e.T[i];
-            }
-        }
-        if (w.matrix_mode == matrix_none) w.Ke.clear();
-        return no_error;
+        return linear_outputs(w, e.T, nbr_nodes);
     }
 
     // Temperature gradients (7) or heat fluxes per unit of the law's value (8), in
@@ -889,11 +861,9 @@ public:
             double n[nbr_nodes][2], at[2];
             const double det = plane_map<Shape>(data.items[p], e.X, n, at);
             w.weights.push_back(det * data.points[p].weight);
-            for (unsigned i = 0; i < 3; ++i) {
-                double x = 0.0;
-                for (unsigned a = 0; a < nbr_nodes; ++a) x += data.items[p][a].N * e.x[a][i];
-                w.results(i, p) = x;
-            }
+            double point[3];
+            point_of<Shape>(data.items[p], e.x, point);
+            for (unsigned i = 0; i < 3; ++i) w.results(i, p) = point[i];
             if (!(det > 0.0)) {
                 status = element_geometry_error;
                 continue;
