@@ -294,4 +294,67 @@ std::vector<double> solve_dense(std::vector<double> A, std::vector<double> b, un
     return x;
 }
 
+tangent_errors tangent_errors_of(const core::numerical_model_base& finite, const core::numerical_model_base* small,
+                                 const test_mesh& m, unsigned nbr_places, const unsigned* places,
+                                 const std::vector<double>& u)
+{
+    std::vector<unsigned> slot(m.nbr_nodes(), 0);
+    for (unsigned a = 0; a < m.cells.rows(); ++a) slot[m.cells(a, 0)] = a;
+    const auto view_of = [&](const std::vector<double>& v, double scale) {
+        return values_of(m, nbr_places, places, [&](unsigned node, unsigned k) {
+            for (unsigned p = 0; p < nbr_places; ++p)
+                if (places[p] == k) return scale * v[nbr_places * slot[node] + p];
+            return 0.0;
+        });
+    };
+    const auto run = [&](element_run& r, const core::numerical_model_base& model, const std::vector<double>& v,
+                         double scale, core::matrix_mode_type mode) {
+        compute(model, core::kind_stiffness, 0, m, view_of(v, scale), r, mode);
+        EXPECT_EQ(r.status, no_error);
+    };
+    const unsigned n = unsigned(u.size());
+    element_run tangent, material, geometric;
+    run(tangent, finite, u, 1.0, core::matrix_tangent);
+    run(material, finite, u, 1.0, core::matrix_material);
+    run(geometric, finite, u, 1.0, core::matrix_geometric);
+    tangent_errors e;
+    if (tangent.work.Ke.order() != n || material.work.Ke.order() != n || geometric.work.Ke.order() != n) {
+        ADD_FAILURE() << "matrix order";
+        return e;
+    }
+    double largest = 0.0;
+    for (unsigned j = 0; j < n; ++j)
+        for (unsigned i = 0; i < n; ++i) largest = std::max(largest, std::fabs(tangent.work.Ke(i, j)));
+    const double h = 1e-6;
+    for (unsigned j = 0; j < n; ++j) {
+        std::vector<double> up = u, down = u;
+        up[j] += h;
+        down[j] -= h;
+        element_run p, q;
+        run(p, finite, up, 1.0, core::matrix_tangent);
+        run(q, finite, down, 1.0, core::matrix_tangent);
+        for (unsigned i = 0; i < n; ++i) {
+            const double fd = -(p.work.Fe[i] - q.work.Fe[i]) / (2 * h);
+            e.derivative = std::max(e.derivative, std::fabs(fd - tangent.work.Ke(i, j)) / largest);
+            e.split = std::max(e.split, std::fabs(material.work.Ke(i, j) + geometric.work.Ke(i, j) -
+                                                  tangent.work.Ke(i, j)) / largest);
+        }
+    }
+    if (small) {
+        element_run lin;
+        run(lin, *small, u, 1.0, core::matrix_geometric);
+        if (lin.work.Ke.order() != n) {
+            ADD_FAILURE() << "small variant's matrix order";
+            return e;
+        }
+        double g = 0.0;
+        for (unsigned j = 0; j < n; ++j)
+            for (unsigned i = 0; i < n; ++i) g = std::max(g, std::fabs(lin.work.Ke(i, j)));
+        for (unsigned j = 0; j < n; ++j)
+            for (unsigned i = 0; i < n; ++i)
+                e.small = std::max(e.small, std::fabs(geometric.work.Ke(i, j) - lin.work.Ke(i, j)) / g);
+    }
+    return e;
+}
+
 } // namespace kelt::test

@@ -241,6 +241,21 @@ core::DOF_values_view values_of(const test_mesh& m, unsigned nbr_places, const u
     return v;
 }
 
+// How far the stiffness of element 0 at a state u (element DOF order: node slot a,
+// then place) is from what it must be, each error relative to the largest term:
+// - derivative: the finite variant's tangent against a central difference of
+//   minus its internal forces;
+// - split: that tangent against its material plus its geometric mode;
+// - small: the small variant's geometric mode at u against the finite one's, when
+//   `small` is given (both take the stress of the Green-Lagrange strain of u, so
+//   that a buckling run sees the same matrix from either).
+struct tangent_errors {
+    double derivative = 0.0, split = 0.0, small = 0.0;
+};
+tangent_errors tangent_errors_of(const core::numerical_model_base& finite, const core::numerical_model_base* small,
+                                 const test_mesh& m, unsigned nbr_places, const unsigned* places,
+                                 const std::vector<double>& u);
+
 // Assembles kind over all elements of a model (threads as the context says).
 inline error_type assemble(core::numerical_model_base& model, core::pass_kind kind, const test_mesh& m,
                            dense_assembler& K, core::vector_assembler_base* F = nullptr,

@@ -396,52 +396,35 @@ TEST(heat_conduction_2d, wall_gives_the_linear_profile)
     }
 }
 
-// The finite variants' matrices are the derivatives of the opposite of their vectors.
-TEST(face_elements, finite_variant_tangent_is_the_derivative_of_the_internal_forces)
+// The finite variants' matrices are the derivatives of the opposite of their vectors
+// and split into material and geometric modes, the small variants' geometric
+// modes being the finite ones'.
+TEST(face_elements, tangent_is_the_derivative_of_the_internal_forces_and_splits_into_its_modes)
 {
     const unsigned xy[3] = {0, 1, 2};
     const test_mesh m = flat_mesh(element_faceQ9, 1, 1, 0.0);
     test_mesh ring = m;
     for (unsigned a = 0; a < ring.nbr_nodes(); ++a) ring.pos(0, a) += 1.0;
     const struct {
-        Ptr<core::physics_base> physics;
+        Ptr<core::physics_base> finite, small;
         const test_mesh* mesh;
         unsigned places;
-    } rows[] = {{new core::membrane_finite(membrane_law(1000.0, 0.3, 0.1)), &m, 3},
-                {new core::mechanical_plane_strain<core::finite_transformation_tag, 2>(view(1000.0, 0.3, xy)), &m, 2},
-                {new core::axi3d_finite(view(1000.0, 0.3, xy)), &ring, 2}};
+    } rows[] = {{new core::membrane_finite(membrane_law(1000.0, 0.3, 0.1)),
+                 new core::membrane_small(membrane_law(1000.0, 0.3, 0.1)), &m, 3},
+                {new core::mechanical_plane_strain<core::finite_transformation_tag, 2>(view(1000.0, 0.3, xy)),
+                 new plane_strain_small(view(1000.0, 0.3, xy)), &m, 2},
+                {new core::axi3d_finite(view(1000.0, 0.3, xy)), new core::axi3d_small(view(1000.0, 0.3, xy)), &ring, 2}};
     for (const auto& r : rows) {
-        SCOPED_TRACE(r.physics->physics_variant_code());
+        SCOPED_TRACE(r.finite->physics_variant_code());
         plane_context pc;
-        auto model = pc.stiff(r.physics, *r.mesh);
-        ASSERT_TRUE(model);
-        const unsigned n = r.places * r.mesh->nbr_nodes(), places[3] = {0, 1, 2};
-        std::vector<double> u(n);
-        for (unsigned i = 0; i < n; ++i) u[i] = 0.05 * std::sin(1.7 * i + 0.3);
-        // u is in the element's DOF order.
-        std::vector<unsigned> slot(r.mesh->nbr_nodes());
-        for (unsigned a = 0; a < r.mesh->cells.rows(); ++a) slot[r.mesh->cells(a, 0)] = a;
-        const auto view_of = [&](const std::vector<double>& v) {
-            return values_of(*r.mesh, r.places, places,
-                             [&](unsigned node, unsigned k) { return v[r.places * slot[node] + k]; });
-        };
-        element_run at;
-        compute(*model, core::kind_stiffness, 0, *r.mesh, view_of(u), at);
-        ASSERT_EQ(at.status, no_error);
-        double worst = 0.0, largest = 0.0;
-        for (unsigned j = 0; j < n; ++j) {
-            std::vector<double> up = u, down = u;
-            up[j] += 1e-6;
-            down[j] -= 1e-6;
-            element_run p, q;
-            compute(*model, core::kind_stiffness, 0, *r.mesh, view_of(up), p);
-            compute(*model, core::kind_stiffness, 0, *r.mesh, view_of(down), q);
-            for (unsigned i = 0; i < n; ++i) {
-                worst = std::max(worst, std::fabs(-(p.work.Fe[i] - q.work.Fe[i]) / 2e-6 - at.work.Ke(i, j)));
-                largest = std::max(largest, std::fabs(at.work.Ke(i, j)));
-            }
-        }
-        EXPECT_LT(worst, 1e-6 * largest);
+        auto finite = pc.stiff(r.finite, *r.mesh), small = pc.stiff(r.small, *r.mesh);
+        ASSERT_TRUE(finite && small);
+        std::vector<double> u(r.places * r.mesh->nbr_nodes());
+        for (unsigned i = 0; i < u.size(); ++i) u[i] = 0.05 * std::sin(1.7 * i + 0.3);
+        const tangent_errors e = tangent_errors_of(*finite, small.get(), *r.mesh, r.places, xy, u);
+        EXPECT_LT(e.derivative, 1e-6);
+        EXPECT_LT(e.split, 1e-12);
+        EXPECT_LT(e.small, 1e-12);
     }
 }
 
