@@ -140,6 +140,56 @@ TEST(solver_buckling_Euler, a_solid_column_of_hexa27_buckles_at_the_cantilever_l
     EXPECT_NEAR(data.lambdas[0] / (pi * pi * E * I / (4.0 * 4.0 * L * L)), 1.0, 1e-2);
 }
 
+// A hexa27 column whose K of a few MB goes past a 1 MB budget: on disk and on 2
+// threads it buckles as in core on 1; an interrupt at any of its checks ends the
+// run with a warning, no error and no multiplier.
+TEST(solver_buckling_Euler, on_disk_and_on_2_threads_as_in_core_and_interrupted_anywhere)
+{
+    test::test_context t;
+    test::mesh m = test::box_mesh(element_hexa27, {1.0, 1.0, 2.0 * L}, {2, 2, 10});
+    const unsigned model = t.solid(m, E, 0.0);
+    fem::DOFs_mgr dofs(m.nbr_nodes(), true);
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+        if (m.pos(2, n) == 0.0) {
+            ASSERT_EQ(dofs.set(n, displacement_tag, false), no_error);
+        }
+    fem::problem_data p(t.ctx, m.pos, dofs, model, 1);
+    fem::loads_mgr loads = p.get_loads_mgr(0);
+    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+        if (m.pos(2, n) > 2.0 * L - 1e-9) {
+            ASSERT_EQ(loads.record_DOF_load(test::dof(n, 2), -1.0, test::no_func), no_error);
+        }
+    t.ctx.set_max_threads(1);
+    test::log_capture clean;
+    const auto first = buckle(p, 2, 0.0, DBL_MAX, &clean);
+    ASSERT_EQ(first.error_code, no_error) << first.msg_title << first.msg_detail;
+    ASSERT_EQ(first.lambdas.size(), 2u);
+    t.ctx.set_max_threads(2);
+    ASSERT_EQ(t.ctx.set_max_incore_size(1), no_error);
+    test::log_capture disk;
+    const auto second = buckle(p, 2, 0.0, DBL_MAX, &disk);
+    ASSERT_EQ(second.error_code, no_error) << second.msg_title << second.msg_detail;
+    double K_MB = 0.0;
+    for (const auto& [level, line] : disk.lines)
+        if (line.rfind("Requested memory for K", 0) == 0) K_MB = std::atof(line.substr(line.find('(') + 1).c_str());
+    EXPECT_GT(K_MB, 1.0) << K_MB; // past the budget
+    ASSERT_EQ(second.lambdas.size(), 2u);
+    for (unsigned i = 0; i < 2; ++i) EXPECT_NEAR(second.lambdas[i], first.lambdas[i], 1e-10 * first.lambdas[i]);
+
+    const int checks = clean.interrupt_calls;
+    ASSERT_GT(checks, 4);
+    for (int k = 0; k < checks; k += std::max(1, checks / 6)) {
+        test::log_capture c;
+        c.interrupt_at = k;
+        const auto data = buckle(p, 2, 0.0, DBL_MAX, &c);
+        SCOPED_TRACE(k);
+        EXPECT_EQ(data.error_code, no_error);
+        EXPECT_EQ(data.warning_code, interrupted_warning);
+        EXPECT_EQ(c.interrupt_calls, k + 1);
+        EXPECT_EQ(data.lambdas.size(), 0u);
+    }
+}
+
 TEST(solver_buckling_Euler, a_tension_has_no_positive_multiplier)
 {
     beam_column col(10, false, 1e9);
