@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Fails when a file under sources/ includes "kelt/LAYER/..." of a layer above its
 # own: math 0, core 1, engine 2, elements, laws and discrete 3, fem 4, io 5. The
-# umbrella sources/fem.h counts as fem. Prints each offending file and include.
+# umbrella sources/fem.h counts as fem, sources/io.h as io. Prints each offending
+# file and include.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,7 +21,7 @@ rank() {
 status=0
 while IFS= read -r -d '' file; do
     rel=${file#sources/}
-    if [[ $rel == */* ]]; then layer=${rel%%/*}; else layer=fem; fi
+    if [[ $rel == */* ]]; then layer=${rel%%/*}; else layer=${rel%.h}; fi
     own=$(rank "$layer")
     if ((own < 0)); then
         echo "$file: not in a known layer"
@@ -29,7 +30,7 @@ while IFS= read -r -d '' file; do
     fi
     while IFS= read -r line; do
         path=$(sed -E 's/.*[<"]kelt\/([^">]+)[">].*/\1/' <<<"$line")
-        if [[ $path == */* ]]; then target=${path%%/*}; else target=fem; fi
+        if [[ $path == */* ]]; then target=${path%%/*}; else target=${path%.h}; fi
         if (($(rank "$target") > own)); then
             echo "$file: $line"
             status=1
