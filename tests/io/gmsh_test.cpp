@@ -337,7 +337,9 @@ TEST(gmsh_reader, damaged_files_are_refused_with_their_line_and_build_nothing)
     const std::string ok = one_hexa;
     const row rows[] = {
         {"the reference", ok, no_error, 0, ""},
-        {"truncated in the nodes", ok.substr(0, ok.find("\n1 1 0\n") + 1), invalid_data_error, 25, "ends early"},
+        {"truncated in the nodes", ok.substr(0, ok.find("\n1 1 0\n") + 1), invalid_data_error, 13,
+         "a count of 8 is more than the file holds"},
+        {"truncated at the end", ok.substr(0, ok.find("\n$EndElements")), invalid_data_error, 35, "ends early"},
         {"no elements", ok.substr(0, ok.find("$Elements")), invalid_data_error, 0, "no $Elements"},
         {"version 3", replaced(ok, "4.1 0 8", "3.0 0 8"), invalid_data_error, 2, "version 3.0"},
         {"a type without a shape", replaced(ok, "3 1 5 1", "3 1 17 1"), element_type_error, 34, "20-node hexahedron"},
