@@ -18,11 +18,13 @@ constexpr unsigned tet4_vtk[4] = {3, 0, 1, 2};
 constexpr unsigned tet10_gmsh[10] = {1, 2, 3, 0, 8, 9, 5, 4, 6, 7};
 constexpr unsigned tet10_vtk[10] = {3, 0, 1, 2, 7, 6, 8, 9, 5, 4};
 constexpr unsigned pyr14_gmsh[14] = {0, 1, 2, 3, 4, 5, 8, 10, 6, 7, 9, 11, 12, 13};
-// A VTK wedge turns its first triangle's normal away from the second.
+// VTK's linear wedge turns its first triangle's normal away from the second (its
+// volumes come out positive so); its 18-node wedge maps its parametric prism with
+// the normal towards the second, as the library does.
 constexpr unsigned w6_gmsh[6] = {1, 2, 0, 4, 5, 3};
 constexpr unsigned w6_vtk[6] = {0, 2, 1, 3, 5, 4};
 constexpr unsigned w18_gmsh[18] = {1, 2, 0, 4, 5, 3, 10, 11, 8, 7, 6, 9, 13, 12, 14, 16, 15, 17};
-constexpr unsigned w18_vtk[18] = {0, 2, 1, 3, 5, 4, 10, 9, 11, 13, 12, 14, 6, 8, 7, 16, 15, 17};
+constexpr unsigned w18_vtk[18] = {0, 1, 2, 3, 4, 5, 11, 9, 10, 14, 12, 13, 6, 7, 8, 17, 15, 16};
 constexpr unsigned h27_gmsh[27] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  11, 13, 9,  16, 18,
                                    19, 17, 10, 12, 14, 15, 22, 23, 21, 24, 20, 25, 26};
 

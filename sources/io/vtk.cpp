@@ -217,8 +217,8 @@ file_status vtu_writer::write(const std::string& path) const
 std::vector<double> node_vectors(const fem::FEM_matrix& m, unsigned nbr_nodes, field_tag f, unsigned col)
 {
     std::vector<double> v(3 * std::size_t(nbr_nodes), 0.0);
-    dense2D<double> out;
-    if (nbr_nodes && m.get_vectors(0, f, col, out) == no_error)
+    dense2D<double> out(3, nbr_nodes);
+    if (nbr_nodes && out.cols() == nbr_nodes && m.get_vectors(0, f, col, out) == no_error)
         for (unsigned a = 0; a < nbr_nodes && a < out.cols(); ++a)
             for (unsigned k = 0; k < 3 && k < out.rows(); ++k) v[3 * std::size_t(a) + k] = out(k, a);
     return v;
