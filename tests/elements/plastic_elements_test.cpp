@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <vector>
 
 #include "element_test_support.h"
 #include "kelt/core/internal_states.h"
 #include "kelt/discrete/discrete_elements.h"
 #include "kelt/laws/law_scalar_ep.h"
 #include "kelt/laws/law_solid_ep.h"
+#include "support/values.h"
 
 using namespace kelt;
 using namespace kelt::test;
@@ -21,19 +21,7 @@ namespace {
 constexpr double E = 1000.0, nu = 0.3, sy = 2.0, Et = 50.0, G = E / (2 * (1 + nu));
 constexpr unsigned places[3] = {0, 1, 2};
 
-dense1D<double, 8> values(std::initializer_list<double> list)
-{
-    dense1D<double, 8> d;
-    for (double v : list) d.push_back(v);
-    return d;
-}
-
-dense1D<unsigned, 8> values_u(std::initializer_list<unsigned> list)
-{
-    dense1D<unsigned, 8> d;
-    for (unsigned v : list) d.push_back(v);
-    return d;
-}
+dense1D<double, 8> values(std::initializer_list<double> list) { return make(list); }
 
 struct pass_result {
     dense_assembler K;
@@ -131,70 +119,48 @@ TEST_F(solid_ep, unloading_leaves_the_residual_stress_of_the_return)
     EXPECT_GT(G * l, 0.1 * sy);
 }
 
-// A rod of stiffness k along x stretched to s1 = 3 fy / k (force f1), committed,
-// then shortened by 1.5 f1 / k: elastically back to -f1 / 2, short of the
-// hardened yield force f1 in compression.
-TEST(rod_ep, a_committed_stretch_leaves_a_residual_force)
+// A rod of unit length along x and a directional spring on the x of its second
+// node (identifier 9), of stiffness k: stretched to s1 = 3 fy / k (force f1,
+// tangent kt), committed, then shortened by 1.5 f1 / k, elastically back to
+// -f1 / 2, short of the hardened yield force f1 in compression. The spring's
+// state also goes out and back in through a store.
+TEST(line_and_spring_ep, a_committed_stretch_unloads_elastically)
 {
-    const double k = 100.0, kt = 10.0, fy = 1.0, L = 2.0;
-    Ptr<core::law_spring_ep_perfect> law = new core::law_spring_ep_perfect;
-    ASSERT_EQ(law->init(values({k, 0.0, 0.0, kt, fy})), no_error);
+    const double k = 100.0, kt = 10.0, fy = 1.0, s1 = 3 * fy / k, f1 = fy + kt * (s1 - fy / k);
+    Ptr<core::law_spring_ep_perfect> rod_law = new core::law_spring_ep_perfect;
+    Ptr<core::law_scalar_ep_perfect> spring_law = new core::law_scalar_ep_perfect;
+    ASSERT_EQ(rod_law->init(values({k, 0.0, 0.0, kt, fy})), no_error);
+    ASSERT_EQ(spring_law->init(values({k, kt, fy})), no_error);
     test_mesh m;
     m.type = element_edge2;
     m.pos = dense2D<double>(3, 2, 0.0);
-    m.pos(0, 1) = L;
+    m.pos(0, 1) = 1.0;
     m.cells = dense2D<unsigned>(2, 1);
     m.cells(0, 0) = 0, m.cells(1, 0) = 1;
     model_context mc;
-    auto model = mc.stiff(m, new core::rod_small(Ptr<core::law_spring>(law.get())));
-    ASSERT_TRUE(model && model->has_internal_states());
-    const double s1 = 3 * fy / k;
-    const auto U = [&](double strain) {
-        return values_of(m, 3, places, [&](unsigned n, unsigned c) { return c == 0 ? strain * m.pos(0, n) : 0.0; });
-    };
-    pass_result loaded, unloaded;
-    ASSERT_EQ(pass(*model, m.pos, U(s1), loaded, true), no_error);
-    // The force on node 1 is the axial force; the matrix has the tangent kt / L.
-    const double f1 = fy + kt * (s1 - fy / k);
-    EXPECT_NEAR(loaded.F.sums[9], -f1, 1e-12 * f1);
-    EXPECT_NEAR(loaded.K.get(loaded.K.rank(9), loaded.K.rank(9)), kt / L, 1e-12 * k);
-    ASSERT_EQ(pass(*model, m.pos, U(s1 - 1.5 * f1 / k), unloaded), no_error);
-    EXPECT_NEAR(unloaded.F.sums[9], 0.5 * f1, 1e-12 * f1);
-    EXPECT_NEAR(unloaded.K.get(unloaded.K.rank(9), unloaded.K.rank(9)), k / L, 1e-12 * k);
-}
-
-// A directional spring on a scalar law: the same history through its own store,
-// which also goes out and back in through an internal_states store.
-TEST(spring_ep, a_directional_spring_keeps_its_commit)
-{
-    const double k = 100.0, fy = 1.0;
-    Ptr<core::law_scalar_ep_perfect> law = new core::law_scalar_ep_perfect;
-    ASSERT_EQ(law->init(values({k, 0.0, fy})), no_error);
-    model_context mc;
     Ptr<core::spring_directional> spring = new core::spring_directional(mc.ctx);
-    ASSERT_EQ(spring->init(values_u({9}), values({1.0}), Ptr<core::law_scalar>(law.get())), no_error);
+    ASSERT_EQ(spring->init(make({9u}), values({1.0}), Ptr<core::law_scalar>(spring_law.get())), no_error);
     ASSERT_EQ(spring->record(), no_error);
-    const dense2D<double> pos(3, 2, 0.0);
-    const auto U = [](double u) {
-        core::DOF_values_view v;
-        v.rows = new vector_fast;
-        (void)v.rows->push_back(9);
-        v.values.push_back(u);
-        return v;
+    const auto U = [&](double s) {
+        return values_of(m, 3, places, [&](unsigned n, unsigned c) { return c == 0 ? s * m.pos(0, n) : 0.0; });
     };
-    pass_result loaded, unloaded, restored;
-    ASSERT_EQ(pass(*spring, pos, U(0.05), loaded, true), no_error);
-    EXPECT_DOUBLE_EQ(loaded.F.sums[9], -fy);
-    core::internal_states store;
-    ASSERT_EQ(spring->get_internal_states(store), no_error);
-    // Back by 1.5 fy / k: -fy / 2, inside the yield force.
-    const double u = 0.05 - 1.5 * fy / k;
-    ASSERT_EQ(pass(*spring, pos, U(u), unloaded), no_error);
-    EXPECT_NEAR(unloaded.F.sums[9], 0.5 * fy, 1e-12 * k);
-    spring->clear_internal_states();
-    ASSERT_EQ(spring->set_internal_states(store), no_error);
-    ASSERT_EQ(pass(*spring, pos, U(u), restored), no_error);
-    EXPECT_EQ(restored.F.sums[9], unloaded.F.sums[9]);
+    const Ptr<core::numerical_model_base> rod = mc.stiff(m, new core::rod_small(Ptr<core::law_spring>(rod_law.get())));
+    for (Ptr<core::numerical_model_base> model : {rod, Ptr<core::numerical_model_base>(spring.get())}) {
+        ASSERT_TRUE(model && model->has_internal_states());
+        pass_result loaded, unloaded, restored;
+        ASSERT_EQ(pass(*model, m.pos, U(s1), loaded, true), no_error);
+        EXPECT_NEAR(loaded.F.sums[9], -f1, 1e-12 * f1);
+        EXPECT_NEAR(loaded.K.get(loaded.K.rank(9), loaded.K.rank(9)), kt, 1e-12 * k);
+        core::internal_states store;
+        ASSERT_EQ(model->get_internal_states(store), no_error);
+        ASSERT_EQ(pass(*model, m.pos, U(s1 - 1.5 * f1 / k), unloaded), no_error);
+        EXPECT_NEAR(unloaded.F.sums[9], 0.5 * f1, 1e-12 * f1);
+        EXPECT_NEAR(unloaded.K.get(unloaded.K.rank(9), unloaded.K.rank(9)), k, 1e-12 * k);
+        model->clear_internal_states();
+        ASSERT_EQ(model->set_internal_states(store), no_error);
+        ASSERT_EQ(pass(*model, m.pos, U(s1 - 1.5 * f1 / k), restored), no_error);
+        EXPECT_EQ(restored.F.sums[9], unloaded.F.sums[9]);
+    }
 }
 
 } // namespace

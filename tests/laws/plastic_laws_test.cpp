@@ -11,6 +11,7 @@
 
 #include "kelt/laws/law_scalar_ep.h"
 #include "kelt/laws/law_solid_ep.h"
+#include "support/values.h"
 
 using namespace kelt;
 using core::constitutive6;
@@ -20,12 +21,7 @@ namespace {
 
 constexpr double E = 200e3, nu = 0.3, sy = 250.0, G = E / (2.0 * (1.0 + nu));
 
-dense1D<double, 8> values(std::initializer_list<double> list)
-{
-    dense1D<double, 8> d;
-    for (double v : list) d.push_back(v);
-    return d;
-}
+dense1D<double, 8> values(std::initializer_list<double> list) { return test::make(list); }
 
 // A point with its committed state, driven by strains or by stresses.
 struct point {
@@ -41,39 +37,24 @@ struct point {
         double energy = 0.0;
         EXPECT_TRUE(law.get_stress({}, eps, D, sigma, energy, committed, trial));
     }
-    // The strain whose stress is `target`, by Newton on the law's tangent from
-    // the current strain; then committed.
-    void reach(const voigt6& target)
+    // Uniaxial stress s along x: the axial and the two equal lateral strains by
+    // Newton on the law's tangent from the current strain, whose first step is
+    // elastic (a point at the yield surface may unload); then committed.
+    void reach(double s)
     {
-        voigt6 e = eps;
+        double x = eps[0], y = eps[1];
         for (unsigned it = 0; it < 30; ++it) {
-            at(e);
-            double r[6], norm = 0.0;
-            for (unsigned i = 0; i < 6; ++i) norm = std::max(norm, std::fabs(r[i] = target[i] - sigma[i]));
-            if (norm <= 1e-12 * sy) break;
-            // Gauss elimination on the 6 x 6 tangent.
-            double A[6][7];
-            for (unsigned i = 0; i < 6; ++i) {
-                for (unsigned j = 0; j < 6; ++j) A[i][j] = D(i, j);
-                A[i][6] = r[i];
-            }
-            for (unsigned k = 0; k < 6; ++k)
-                for (unsigned i = k + 1; i < 6; ++i) {
-                    const double f = A[i][k] / A[k][k];
-                    for (unsigned j = k; j < 7; ++j) A[i][j] -= f * A[k][j];
-                }
-            for (unsigned i = 6; i-- > 0;) {
-                double s = A[i][6];
-                for (unsigned j = i + 1; j < 6; ++j) s -= A[i][j] * r[j];
-                r[i] = s / A[i][i];
-                e[i] += r[i];
-            }
+            at(voigt6{{x, y, y, 0, 0, 0}});
+            const double r0 = s - sigma[0], r1 = -sigma[1];
+            if (std::max(std::fabs(r0), std::fabs(r1)) <= 1e-12 * sy) break;
+            if (it == 0) law.get_constitutive({}, D);
+            const double a = D(0, 0), b = D(0, 1) + D(0, 2), c = D(1, 0), d = D(1, 1) + D(1, 2);
+            x += (d * r0 - b * r1) / (a * d - b * c);
+            y += (a * r1 - c * r0) / (a * d - b * c);
         }
         std::copy(trial, trial + 13, committed);
     }
 };
-
-voigt6 axial(double s) { return voigt6{{s, 0, 0, 0, 0, 0}}; }
 
 // The plastic strain in uniaxial tension at the stress s of each curve, in closed
 // form: a = 0.002, n = 5 for the power curves, a bilinear table.
@@ -86,11 +67,17 @@ struct curve_case {
     double bottom, top;
 };
 
+template <class Law>
+std::unique_ptr<core::law_solid_stiff> made(std::initializer_list<double> data)
+{
+    auto law = std::make_unique<Law>();
+    EXPECT_EQ(law->init(values(data)), no_error);
+    return law;
+}
+
 std::unique_ptr<core::law_solid_stiff> perfect(double Et)
 {
-    auto law = std::make_unique<core::law_solid_ep_perfect>();
-    EXPECT_EQ(law->init(values({E, nu, 0.0, Et, sy})), no_error);
-    return law;
+    return made<core::law_solid_ep_perfect>({E, nu, 0, Et, sy});
 }
 
 constexpr double a = 0.002, n = 5.0;
@@ -100,19 +87,9 @@ std::vector<curve_case> curves()
     const double Et = E / 20, H = E * Et / (E - Et);
     return {
         {"linear", [=] { return perfect(Et); }, [=](double s) { return (s - sy) / H; }, 0.8 * sy, 1.6 * sy},
-        {"power",
-         [] {
-             auto law = std::make_unique<core::law_solid_ep_power>();
-             EXPECT_EQ(law->init(values({E, nu, 0.0, sy, a, n})), no_error);
-             return std::unique_ptr<core::law_solid_stiff>(std::move(law));
-         },
+        {"power", [] { return made<core::law_solid_ep_power>({E, nu, 0, sy, a, n}); },
          [](double s) { return a * sy / E * std::pow((s - sy) / sy, n); }, 1.9 * sy, 2.3 * sy},
-        {"Ramberg-Osgood",
-         [] {
-             auto law = std::make_unique<core::law_solid_ep_RambergOsgood>();
-             EXPECT_EQ(law->init(values({E, nu, 0.0, sy, a, n})), no_error);
-             return std::unique_ptr<core::law_solid_stiff>(std::move(law));
-         },
+        {"Ramberg-Osgood", [] { return made<core::law_solid_ep_RambergOsgood>({E, nu, 0, sy, a, n}); },
          [](double s) { return a * sy / E * std::pow(s / sy, n); }, 0.9 * sy, 1.3 * sy},
         {"piecewise",
          [] {
@@ -142,14 +119,14 @@ TEST(law_solid_ep, uniaxial_stress_follows_the_closed_form_curve_and_unloads_ela
         point pt{*law};
         pt.at(voigt6{});
         for (double s = c.bottom; s <= c.top + 1e-9; s += 0.05 * sy) {
-            pt.reach(axial(s));
+            pt.reach(s);
             const double p = std::max(0.0, c.plastic_strain(s));
             EXPECT_NEAR(pt.eps[0], s / E + p, 1e-8 * (s / E + p)) << s;
             EXPECT_NEAR(pt.eps[1], -nu * s / E - p / 2, 1e-8 * (s / E + p)) << s;
             EXPECT_NEAR(pt.committed[12], p, 1e-8 * (s / E + p) + 1e-15) << s;
         }
         const double p = c.plastic_strain(c.top);
-        pt.reach(axial(0.0));
+        pt.reach(0.0);
         EXPECT_NEAR(pt.eps[0], p, 1e-8 * p);
         EXPECT_NEAR(pt.eps[2], -p / 2, 1e-8 * p);
         EXPECT_NEAR(pt.committed[12], p, 1e-8 * p);
@@ -174,7 +151,8 @@ TEST(law_solid_ep, pure_shear_yields_at_a_third_of_root_three_of_the_yield_stres
 
 // The tangent is the derivative of the returned stress. Central differences err
 // by O(h^2) and by rounding eps_mach |sigma| / h; the return converges
-// quadratically, so its own error is far below either.
+// quadratically, so its own error is far below either. Trials read the commit
+// only: after all the others, the first trial comes back bit for bit.
 TEST(law_solid_ep, consistent_tangent_matches_finite_differences)
 {
     const voigt6 states[] = {
@@ -190,6 +168,7 @@ TEST(law_solid_ep, consistent_tangent_matches_finite_differences)
             pt.at(e);
             ASSERT_GT(pt.trial[12], 1e-5); // plastic, away from the power laws' secant start
             const constitutive6 D = pt.D;
+            const voigt6 first = pt.sigma;
             const double h = 1e-8;
             double largest = 0.0, error = 0.0;
             for (unsigned j = 0; j < 6; ++j) {
@@ -205,28 +184,9 @@ TEST(law_solid_ep, consistent_tangent_matches_finite_differences)
                 }
             }
             EXPECT_LE(error, 1e-5 * largest);
+            pt.at(e);
+            EXPECT_TRUE(std::equal(first.v, first.v + 6, pt.sigma.v));
         }
-}
-
-// Trials read the commit only: the same strain from the same commit gives the
-// same answer, bit for bit, whatever came in between.
-TEST(law_solid_ep, a_second_trial_from_the_same_commit_gives_the_same_result)
-{
-    for (const curve_case& c : curves()) {
-        SCOPED_TRACE(c.name);
-        auto law = c.make();
-        point pt{*law};
-        pt.reach(axial(2.0 * sy));
-        const voigt6 e{{4e-3, -1e-3, -1e-3, 1e-3, 0, 0}};
-        pt.at(e);
-        const voigt6 first = pt.sigma;
-        double first_trial[13];
-        std::copy(pt.trial, pt.trial + 13, first_trial);
-        pt.at(voigt6{{-2e-3, 0, 0, 0, 0, 0}});
-        pt.at(e);
-        EXPECT_TRUE(std::equal(first.v, first.v + 6, pt.sigma.v));
-        EXPECT_TRUE(std::equal(first_trial, first_trial + 13, pt.trial));
-    }
 }
 
 TEST(law_solid_ep, parameter_checks_and_points_that_cannot_return)
@@ -236,7 +196,6 @@ TEST(law_solid_ep, parameter_checks_and_points_that_cannot_return)
     EXPECT_EQ(perfect_law.init(values({E, nu, 0.0, 0.0, sy})), no_error);
     EXPECT_EQ(perfect_law.get_data().size(), 11u);
     core::law_solid_ep_piecewise_linear table;
-    EXPECT_EQ(table.init(values({E, nu, 0.0}), values({E, E / 10}), values({1e-3})), core::law_data_error);
     EXPECT_EQ(table.init(values({E, nu, 0.0}), values({E, E / 10}), values({2e-3, 1e-3})), core::law_data_error);
     EXPECT_EQ(table.init(values({E, nu, 0.0}), values({-E}), values({1e-3})), core::law_data_error);
     EXPECT_TRUE(table.get_data().empty());
@@ -244,22 +203,16 @@ TEST(law_solid_ep, parameter_checks_and_points_that_cannot_return)
     // trial and its commit.
     auto rigid = perfect(E);
     point pt{*rigid};
-    pt.at(axial(2 * sy / E));
+    pt.at(voigt6{{2 * sy / E, 0, 0, 0, 0, 0}});
     EXPECT_NEAR(pt.sigma[0], (1 - nu) * E / ((1 + nu) * (1 - 2 * nu)) * 2 * sy / E, 1e-9 * sy);
     EXPECT_TRUE(std::all_of(pt.trial, pt.trial + 13, [](double v) { return v == 0.0; }));
 }
-
-// ---------------------------------------------------------------------------------
 
 struct force_point {
     const core::law_scalar& law;
     double committed[3] = {}, trial[3] = {};
     double k = 0, f = 0, energy = 0;
-    double at(double s)
-    {
-        law.get_force({}, s, k, f, energy, committed, trial);
-        return f;
-    }
+    double at(double s) { return law.get_force({}, s, k, f, energy, committed, trial), f; }
     void commit() { std::copy(trial, trial + 3, committed); }
 };
 
@@ -268,42 +221,35 @@ struct force_point {
 TEST(law_1d_ep, loading_unloading_and_reversal)
 {
     const double k0 = 1000.0, kt = 100.0, fy = 10.0, H = k0 * kt / (k0 - kt);
-    core::law_scalar_ep_perfect scalar;
-    ASSERT_EQ(scalar.init(values({k0, kt, fy})), no_error);
-    core::law_spring_ep_perfect spring;
-    ASSERT_EQ(spring.init(values({k0, 0.0, 0.0, kt, fy})), no_error);
-    for (const core::law_scalar* law : {static_cast<const core::law_scalar*>(&scalar),
-                                        static_cast<const core::law_scalar*>(&spring)}) {
-        force_point pt{*law};
-        EXPECT_DOUBLE_EQ(pt.at(0.5 * fy / k0), 0.5 * fy);
-        EXPECT_EQ(pt.trial[2], 0.0);
-        const double s1 = 3 * fy / k0, f1 = fy + kt * (s1 - fy / k0);
-        EXPECT_NEAR(pt.at(s1), f1, 1e-12 * f1);
-        EXPECT_NEAR(pt.k, k0 * H / (k0 + H), 1e-12 * k0);
-        EXPECT_NEAR(pt.trial[2], (f1 - fy) / H, 1e-15);
-        pt.commit();
-        const double s2 = s1 - 0.5 * f1 / k0;
-        EXPECT_NEAR(pt.at(s2), 0.5 * f1, 1e-12 * f1);
-        EXPECT_EQ(pt.k, k0);
-        // In compression the yield force is the hardened f1.
-        const double s3 = s1 - 2 * f1 / k0 - fy / k0;
-        EXPECT_NEAR(pt.at(s3), -(f1 + kt * fy / k0), 1e-9 * f1);
-    }
+    core::law_scalar_ep_perfect law;
+    ASSERT_EQ(law.init(values({k0, kt, fy})), no_error);
+    force_point pt{law};
+    EXPECT_DOUBLE_EQ(pt.at(0.5 * fy / k0), 0.5 * fy);
+    EXPECT_EQ(pt.trial[2], 0.0);
+    const double s1 = 3 * fy / k0, f1 = fy + kt * (s1 - fy / k0);
+    EXPECT_NEAR(pt.at(s1), f1, 1e-12 * f1);
+    EXPECT_NEAR(pt.k, k0 * H / (k0 + H), 1e-12 * k0);
+    EXPECT_NEAR(pt.trial[2], (f1 - fy) / H, 1e-15);
+    pt.commit();
+    const double s2 = s1 - 0.5 * f1 / k0;
+    EXPECT_NEAR(pt.at(s2), 0.5 * f1, 1e-12 * f1);
+    EXPECT_EQ(pt.k, k0);
+    // In compression the yield force is the hardened f1.
+    const double s3 = s1 - 2 * f1 / k0 - fy / k0;
+    EXPECT_NEAR(pt.at(s3), -(f1 + kt * fy / k0), 1e-9 * f1);
 }
 
 TEST(law_1d_ep, curves_in_one_dimension_give_their_closed_forms)
 {
     const double s0 = 10.0, k0 = 1000.0;
     core::law_scalar_ep_power power;
-    ASSERT_EQ(power.init(values({k0, s0, a, n})), no_error);
     core::law_scalar_ep_RambergOsgood ro;
+    ASSERT_EQ(power.init(values({k0, s0, a, n})), no_error);
     ASSERT_EQ(ro.init(values({k0, s0, a, n})), no_error);
-    for (double f : {2.0 * s0, 2.5 * s0, 3.0 * s0}) {
+    for (double f : {2.0 * s0, 3.0 * s0}) {
         force_point p1{power}, p2{ro};
-        const double s_power = f / k0 + a * s0 / k0 * std::pow((f - s0) / s0, n);
-        const double s_ro = f / k0 + a * s0 / k0 * std::pow(f / s0, n);
-        EXPECT_NEAR(p1.at(s_power), f, 1e-9 * f);
-        EXPECT_NEAR(p2.at(s_ro), f, 1e-9 * f);
+        EXPECT_NEAR(p1.at(f / k0 + a * s0 / k0 * std::pow((f - s0) / s0, n)), f, 1e-9 * f);
+        EXPECT_NEAR(p2.at(f / k0 + a * s0 / k0 * std::pow(f / s0, n)), f, 1e-9 * f);
     }
 }
 
@@ -334,19 +280,18 @@ TEST(law_1d_ep, limits_and_force_floors)
 TEST(law_scalar_nl, a_two_row_table_and_its_shift)
 {
     core::law_scalar_nl law;
-    dense2D<double> table(2, 2);
-    table(0, 0) = 0.0, table(1, 0) = 5.0, table(0, 1) = 1.0, table(1, 1) = 0.0;
+    dense2D<double> table(2, 2, 0.0);
+    table(0, 1) = 1.0;
+    const auto force = [&](double s) {
+        double k, f, e;
+        law.get_force({}, s, k, f, e);
+        return std::make_pair(f, e);
+    };
     ASSERT_EQ(law.init(table, 0.0), no_error);
-    double k, f, e;
-    law.get_force({}, -2.0, k, f, e);
-    EXPECT_EQ(f, -2.0);
-    EXPECT_EQ(e, 2.0);
-    law.get_force({}, 3.0, k, f, e);
-    EXPECT_EQ(f, 0.0);
-    EXPECT_EQ(k, 0.0);
+    EXPECT_EQ(force(-2.0), std::make_pair(-2.0, 2.0));
+    EXPECT_EQ(force(3.0), std::make_pair(0.0, 0.0));
     ASSERT_EQ(law.init(table, -1.0), no_error);
-    law.get_force({}, 0.5, k, f, e);
-    EXPECT_EQ(f, -0.5);
+    EXPECT_EQ(force(0.5).first, -0.5);
     EXPECT_EQ(law.init(dense2D<double>(2, 3), 0.0), core::law_data_error);
 }
 
