@@ -40,11 +40,41 @@ constexpr bool listed_in(pass_kind own, pass_kind kind) noexcept
 // false in `go` when there is nothing to compute (outputs then cleared).
 error_type begin_discrete(element_work_type& w, bool& go);
 
-// Two nodes, a field, and an isotropic stiffness in the field's space: the law's
-// value read at the length of the relative vector, used as a secant stiffness.
-class spring : public numerical_model_stiff_simple {
+// A one-element model on a scalar law that may keep a state at its one point:
+// the committed and trial values live here, as in the mesh models, so that a
+// pass reads the committed state and writes the trial one.
+class law_state_element : public numerical_model_stiff_simple {
 public:
     using numerical_model_stiff_simple::numerical_model_stiff_simple;
+
+    bool has_internal_states() const override { return states_per_point() != 0; }
+    bool layout_internal_states(internal_states_block& block) const override;
+    [[nodiscard]] error_type set_element_states(unsigned element, const dense1D<double, 8>& values) override;
+    [[nodiscard]] error_type get_element_states(internal_states_block& block, unsigned element) const override;
+    void clear_internal_states() override { states.clear(); }
+    [[nodiscard]] error_type commit_states() override;
+    void rollback_states() override { states.rollback(); }
+    // The states must exist before the pass writes them.
+    [[nodiscard]] error_type run_elements(pass_kind kind, element_pass_type& pass) override;
+
+    Ptr<law_scalar> law;
+
+protected:
+    unsigned states_per_point() const { return law ? law->nbr_internal_states() : 0; }
+    // The committed state to read (null: virgin) and the trial one to write.
+    const double* committed_state() const noexcept { return states.committed(0); }
+    double* trial_state() const noexcept { return states.trial(0); }
+
+private:
+    [[nodiscard]] error_type allocate_states();
+    mutable element_states_store states;
+};
+
+// Two nodes, a field, and an isotropic stiffness in the field's space: the law's
+// value read at the length of the relative vector, used as a secant stiffness.
+class spring : public law_state_element {
+public:
+    using law_state_element::law_state_element;
 
     // node2 == node1, or one of them the ground, gives a spring to the ground.
     [[nodiscard]] error_type init(unsigned node1, unsigned node2, field_tag field, const Ptr<law_scalar>& law);
@@ -52,10 +82,11 @@ public:
                           vector_fast& set) const override;
     double get_stiffness_scale(field_tag field) const override;
     [[nodiscard]] error_type compute_element(pass_kind kind, element_work_type& w) const override;
-    // The evaluation of kind 1, also reached by the dash-pots for kind 3.
-    [[nodiscard]] error_type evaluate(element_work_type& w) const;
+    // The evaluation of kind 1, also reached by the dash-pots for kind 3 (which
+    // read the virgin state and keep none).
+    [[nodiscard]] error_type evaluate(element_work_type& w, const double* state_in = nullptr,
+                                      double* state_out = nullptr) const;
 
-    Ptr<law_scalar> law;
     field_tag field = displacement_tag;
     unsigned node1 = ground_node;
     unsigned node2 = ground_node;
@@ -67,9 +98,9 @@ private:
 
 // A linear form of DOFs, s = coefs . u + c0, whose law gives k and f: the matrix
 // k c c' and the force -f c.
-class spring_directional : public numerical_model_stiff_simple {
+class spring_directional : public law_state_element {
 public:
-    using numerical_model_stiff_simple::numerical_model_stiff_simple;
+    using law_state_element::law_state_element;
 
     [[nodiscard]] error_type init(const dense1D<unsigned, 8>& DOFs, const dense1D<double, 8>& coefs,
                                   const Ptr<law_scalar>& law);
@@ -83,9 +114,9 @@ public:
                           vector_fast& set) const override;
     double get_stiffness_scale(field_tag field) const override;
     [[nodiscard]] error_type compute_element(pass_kind kind, element_work_type& w) const override;
-    [[nodiscard]] error_type evaluate(element_work_type& w) const;
+    [[nodiscard]] error_type evaluate(element_work_type& w, const double* state_in = nullptr,
+                                      double* state_out = nullptr) const;
 
-    Ptr<law_scalar> law;
     dense1D<unsigned, 8> DOFs;
     dense1D<double, 8> coefs;
     double c0 = 0.0;

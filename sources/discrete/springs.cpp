@@ -1,5 +1,6 @@
 // Springs on a law: the isotropic spring between two nodes and the springs on a
 // linear form of DOFs (directional, centroid, drilling).
+#include <algorithm>
 #include <cmath>
 #include <new>
 
@@ -47,6 +48,62 @@ law_key key_of(const numerical_model_base& m) noexcept { return {m.ID, 0, 0}; }
 
 } // namespace
 
+// ---------------------------------------------------------------- law states
+
+error_type law_state_element::allocate_states()
+{
+    const unsigned m = states_per_point();
+    if (m == 0) return no_error;
+    return states.allocate(1, m) ? no_error : memory_error;
+}
+
+bool law_state_element::layout_internal_states(internal_states_block& block) const
+{
+    if (!has_internal_states()) return numerical_model_base::layout_internal_states(block);
+    block.clear();
+    block.stride = states_per_point();
+    const unsigned at = states.has_state(0) ? block.stride : 0;
+    if (!block.offsets.resize(2, 0u) || !block.values.resize(at, 0.0)) return false;
+    block.offsets[1] = at;
+    block.values = 0.0;
+    return true;
+}
+
+error_type law_state_element::set_element_states(unsigned element, const dense1D<double, 8>& values)
+{
+    if (!has_internal_states()) return no_error;
+    if (element != 0) return element_index_error;
+    if (!values.empty() && values.size() < states_per_point()) return invalid_data_error;
+    if (values.empty() && !states.allocated()) return no_error;
+    if (auto e = allocate_states(); e != no_error) return e;
+    states.set(0, values.empty() ? nullptr : values.data());
+    return no_error;
+}
+
+error_type law_state_element::get_element_states(internal_states_block& block, unsigned element) const
+{
+    if (!has_internal_states()) return no_error;
+    if (element + 1 >= block.offsets.size()) return element_index_error;
+    if (block.offsets[element + 1] - block.offsets[element] != block.stride || block.stride == 0) return no_error;
+    const double* c = states.committed(0);
+    if (!c || block.stride != states.stride() || block.offsets[element + 1] > block.values.size())
+        return invalid_data_error;
+    std::copy(c, c + block.stride, block.values.data() + block.offsets[element]);
+    return no_error;
+}
+
+error_type law_state_element::commit_states()
+{
+    states.commit();
+    return no_error;
+}
+
+error_type law_state_element::run_elements(pass_kind kind, element_pass_type& pass)
+{
+    if (auto e = allocate_states(); e != no_error) return e;
+    return numerical_model_stiff_simple::run_elements(kind, pass);
+}
+
 // ---------------------------------------------------------------- spring
 
 error_type spring::init(unsigned node1_, unsigned node2_, field_tag field_, const Ptr<law_scalar>& law_)
@@ -93,10 +150,10 @@ double spring::get_stiffness_scale(field_tag f) const { return law ? law->get_st
 error_type spring::compute_element(pass_kind kind, element_work_type& w) const
 {
     if (kind != kind_stiffness) return no_error;
-    return evaluate(w);
+    return evaluate(w, committed_state(), trial_state());
 }
 
-error_type spring::evaluate(element_work_type& w) const
+error_type spring::evaluate(element_work_type& w, const double* state_in, double* state_out) const
 {
     bool go = false;
     if (auto e = begin_discrete(w, go); e != no_error || !go) return e;
@@ -114,7 +171,7 @@ error_type spring::evaluate(element_work_type& w) const
     relative(w.U, d);
     const double s = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
     double k = 0.0, f = 0.0, energy = 0.0;
-    law->get_force(key_of(*this), s, k, f, energy);
+    law->get_force(key_of(*this), s, k, f, energy, state_in, state_out);
     if (!w.state_out.resize(2)) return memory_error;
     w.state_out[0] = s;
     w.state_out[1] = f;
@@ -254,10 +311,10 @@ double spring_directional::get_stiffness_scale(field_tag f) const
 error_type spring_directional::compute_element(pass_kind kind, element_work_type& w) const
 {
     if (kind != kind_stiffness) return no_error;
-    return evaluate(w);
+    return evaluate(w, committed_state(), trial_state());
 }
 
-error_type spring_directional::evaluate(element_work_type& w) const
+error_type spring_directional::evaluate(element_work_type& w, const double* state_in, double* state_out) const
 {
     bool go = false;
     if (auto e = begin_discrete(w, go); e != no_error || !go) return e;
@@ -271,7 +328,7 @@ error_type spring_directional::evaluate(element_work_type& w) const
     };
     const double s = linear_form(w.U) + c0;
     double k = 0.0, f = 0.0, energy = 0.0;
-    law->get_force(key_of(*this), s, k, f, energy);
+    law->get_force(key_of(*this), s, k, f, energy, state_in, state_out);
     if (!w.state_out.resize(2)) return memory_error;
     w.state_out[0] = s;
     w.state_out[1] = f;

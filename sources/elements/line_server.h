@@ -126,7 +126,9 @@ private:
         double T = 0.0;
         if (temperature.at(data.items[0], T)) physics->law->get_thermal_strain(key, T, mechanical);
         physics->law->add_initial_strain(key, mechanical);
-        physics->law->get_force(key, mechanical, s.k, s.f, s.energy);
+        const double* state_in = w.committed_states;
+        double* state_out = w.trial_states;
+        physics->law->get_force(key, mechanical, s.k, s.f, s.energy, state_in, state_out);
         return no_error;
     }
 };
@@ -693,7 +695,11 @@ public:
             for (unsigned a = 0; a < nbr_nodes; ++a)
                 for (unsigned k = 0; k < 3; ++k) s += items[a].N * d[k] * u[3 * a + k];
             double k, f, energy;
-            physics->law->get_force(law_key{w.model, w.element, data.points[p].ID}, s, k, f, energy);
+            const unsigned m = w.states_per_point;
+            const double* state_in = w.committed_states ? w.committed_states + p * m : nullptr;
+            double* state_out = w.trial_states ? w.trial_states + p * m : nullptr;
+            physics->law->get_force(law_key{w.model, w.element, data.points[p].ID}, s, k, f, energy, state_in,
+                                    state_out);
             const double wf = J * data.points[p].weight * w.factor;
             if (matrix)
                 for (unsigned b = 0; b < nbr_nodes; ++b)

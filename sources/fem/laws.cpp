@@ -8,9 +8,11 @@
 #include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_membrane.h"
 #include "kelt/laws/law_scalar.h"
+#include "kelt/laws/law_scalar_ep.h"
 #include "kelt/laws/law_spring.h"
 #include "kelt/laws/law_shell.h"
 #include "kelt/laws/law_solid.h"
+#include "kelt/laws/law_solid_ep.h"
 
 namespace kelt::fem {
 
@@ -101,6 +103,40 @@ error_type law_solid_skyline::init(const vector_fixed<unsigned, 6>& heights, con
     });
 }
 
+law_solid_ep_perfect::law_solid_ep_perfect() { make<core::law_solid_ep_perfect>(*this); }
+
+error_type law_solid_ep_perfect::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_solid_ep_perfect>(*this, [&](core::law_solid_ep_perfect& l) { return l.init(data); });
+}
+
+law_solid_ep_power::law_solid_ep_power() { make<core::law_solid_ep_power>(*this); }
+
+error_type law_solid_ep_power::init(const dense1D<double, 8>& data)
+{
+    return call<core::law_solid_ep_power>(*this, [&](core::law_solid_ep_power& l) { return l.init(data); });
+}
+
+law_solid_ep_RambergOsgood::law_solid_ep_RambergOsgood() : law_solid_ep_power(no_object{})
+{
+    make<core::law_solid_ep_RambergOsgood>(*this);
+}
+
+law_solid_ep_piecewise_linear::law_solid_ep_piecewise_linear() { make<core::law_solid_ep_piecewise_linear>(*this); }
+
+error_type law_solid_ep_piecewise_linear::init(const dense1D<double, 8>& base, const dense1D<double, 8>& a,
+                                               const dense1D<double, 8>& b)
+{
+    return call<core::law_solid_ep_piecewise_linear>(
+        *this, [&](core::law_solid_ep_piecewise_linear& l) { return l.init(base, a, b); });
+}
+
+error_type law_solid_ep_piecewise_linear::init(const dense1D<double, 8>& base, const dense2D<double>& table)
+{
+    return call<core::law_solid_ep_piecewise_linear>(
+        *this, [&](core::law_solid_ep_piecewise_linear& l) { return l.init(base, table); });
+}
+
 law_scalar::law_scalar() { make<core::law_scalar>(*this); }
 
 error_type law_scalar::init(double value)
@@ -116,6 +152,42 @@ error_type law_scalar::init(const dense1D<double, 8>& data)
     return call<core::law_scalar>(*this, [&](core::law_scalar& l) { return l.init(data); });
 }
 
+law_scalar_nl::law_scalar_nl() : law_scalar(no_object{}) { make<core::law_scalar_nl>(*this); }
+
+error_type law_scalar_nl::init(const dense2D<double>& table, double shift)
+{
+    return call<core::law_scalar_nl>(*this, [&](core::law_scalar_nl& l) { return l.init(table, shift); });
+}
+
+void law_scalar_ep_iso_hardening::set_limit_states(double limit_strain, double limit_stress)
+{
+    detail::run<core::law_scalar_ep_iso_hardening>(
+        *this, [&](core::law_scalar_ep_iso_hardening& l) { l.set_limit_states(limit_strain, limit_stress); });
+}
+
+law_scalar_ep_perfect::law_scalar_ep_perfect() { make<core::law_scalar_ep_perfect>(*this); }
+
+law_scalar_ep_power::law_scalar_ep_power() { make<core::law_scalar_ep_power>(*this); }
+
+law_scalar_ep_RambergOsgood::law_scalar_ep_RambergOsgood() : law_scalar_ep_power(no_object{})
+{
+    make<core::law_scalar_ep_RambergOsgood>(*this);
+}
+
+law_scalar_ep_piecewise_linear::law_scalar_ep_piecewise_linear() { make<core::law_scalar_ep_piecewise_linear>(*this); }
+
+error_type law_scalar_ep_piecewise_linear::init(const dense1D<double, 8>& a, const dense1D<double, 8>& b)
+{
+    return call<core::law_scalar_ep_piecewise_linear>(
+        *this, [&](core::law_scalar_ep_piecewise_linear& l) { return l.init(a, b); });
+}
+
+error_type law_scalar_ep_piecewise_linear::init(const dense2D<double>& table)
+{
+    return call<core::law_scalar_ep_piecewise_linear>(
+        *this, [&](core::law_scalar_ep_piecewise_linear& l) { return l.init(table); });
+}
+
 law_spring::law_spring() { make<core::law_spring>(*this); }
 
 error_type law_spring::init(const dense1D<double, 8>& data)
@@ -128,6 +200,36 @@ law_spring_nl::law_spring_nl() : law_spring(no_object{}) { make<core::law_spring
 error_type law_spring_nl::init(const dense2D<double>& table, double p1, double p2, double p3, double p4)
 {
     return call<core::law_spring_nl>(*this, [&](core::law_spring_nl& l) { return l.init(table, p1, p2, p3, p4); });
+}
+
+void law_spring_ep_iso_hardening::set_limit_states(double limit_strain, double limit_stress)
+{
+    detail::run<core::law_spring_ep_iso_hardening>(
+        *this, [&](core::law_spring_ep_iso_hardening& l) { l.set_limit_states(limit_strain, limit_stress); });
+}
+
+law_spring_ep_perfect::law_spring_ep_perfect() { make<core::law_spring_ep_perfect>(*this); }
+
+law_spring_ep_power::law_spring_ep_power() { make<core::law_spring_ep_power>(*this); }
+
+law_spring_ep_RambergOsgood::law_spring_ep_RambergOsgood() : law_spring_ep_power(no_object{})
+{
+    make<core::law_spring_ep_RambergOsgood>(*this);
+}
+
+law_spring_ep_piecewise_linear::law_spring_ep_piecewise_linear() { make<core::law_spring_ep_piecewise_linear>(*this); }
+
+error_type law_spring_ep_piecewise_linear::init(const dense1D<double, 8>& data, const dense1D<double, 8>& a,
+                                                const dense1D<double, 8>& b)
+{
+    return call<core::law_spring_ep_piecewise_linear>(
+        *this, [&](core::law_spring_ep_piecewise_linear& l) { return l.init(data, a, b); });
+}
+
+error_type law_spring_ep_piecewise_linear::init(const dense1D<double, 8>& data, const dense2D<double>& table)
+{
+    return call<core::law_spring_ep_piecewise_linear>(
+        *this, [&](core::law_spring_ep_piecewise_linear& l) { return l.init(data, table); });
 }
 
 law_beam_StVenant::law_beam_StVenant() { make<core::law_beam_StVenant>(*this); }

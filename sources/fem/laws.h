@@ -68,12 +68,113 @@ public:
                                   const bases_mgr& bases, unsigned basis);
 };
 
+// Elastoplastic solids: von Mises plasticity with isotropic hardening, from the
+// last committed state of each point. Elastic points keep no state.
+class law_solid_ep_iso_hardening : public law_base {
+protected:
+    law_solid_ep_iso_hardening() = default;
+};
+
+// E, nu, thermal expansion, tangent modulus Et, yield stress; optionally then an
+// initial stress (5 or 11 values). Et = 0 is perfectly plastic.
+class law_solid_ep_perfect : public law_solid_ep_iso_hardening {
+public:
+    law_solid_ep_perfect();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+};
+
+// E, nu, thermal expansion, yield stress s0, coefficient a, exponent n;
+// optionally then an initial stress (6 or 12 values). The yield stress grows as
+// s0 + k p^(1/n), k = s0 (E / (s0 a))^(1/n), with the plastic strain p.
+class law_solid_ep_power : public law_solid_ep_iso_hardening {
+public:
+    law_solid_ep_power();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+
+protected:
+    struct no_object {};
+    explicit law_solid_ep_power(no_object) {}
+};
+
+// The values of law_solid_ep_power for the curve eps = sigma / E + a (s0 / E)
+// (sigma / s0)^n.
+class law_solid_ep_RambergOsgood : public law_solid_ep_power {
+public:
+    law_solid_ep_RambergOsgood();
+};
+
+// E, nu, thermal expansion, optionally an initial stress (3 or 9 values), and the
+// curve: the slopes a (a[0] the elastic one, E) and the strains b at which they
+// end, from the yield point (b[0], a[0] b[0]); past the last strain the stress
+// stays. Lists of one size, a[0] and b[0] positive, b not decreasing.
+class law_solid_ep_piecewise_linear : public law_solid_ep_iso_hardening {
+public:
+    law_solid_ep_piecewise_linear();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& base, const dense1D<double, 8>& a,
+                                  const dense1D<double, 8>& b);
+    // a in column 0, b in column 1.
+    [[nodiscard]] error_type init(const dense1D<double, 8>& base, const dense2D<double>& table);
+};
+
 // One value: a density, a conductivity.
 class law_scalar : public law_base {
 public:
     law_scalar();
     [[nodiscard]] error_type init(double value);
     [[nodiscard]] error_type init(const dense1D<double, 8>& data);
+
+protected:
+    struct no_object {};
+    explicit law_scalar(no_object) {}
+};
+
+// A stiffness table for the discrete elements: breakpoints in column 0, stiffness
+// in column 1; the force at s is the integral of the stiffness from 0 to
+// s + shift.
+class law_scalar_nl : public law_scalar {
+public:
+    law_scalar_nl();
+    [[nodiscard]] error_type init(const dense2D<double>& table, double shift);
+};
+
+// One-dimensional elastoplastic laws of the discrete elements. A member whose
+// strain or force reaches a limit in magnitude carries nothing (both limits are
+// the largest double at first).
+class law_scalar_ep_iso_hardening : public law_scalar {
+public:
+    void set_limit_states(double limit_strain, double limit_stress);
+
+protected:
+    law_scalar_ep_iso_hardening() : law_scalar(no_object{}) {}
+};
+
+// E, Et, yield stress.
+class law_scalar_ep_perfect : public law_scalar_ep_iso_hardening {
+public:
+    law_scalar_ep_perfect();
+};
+
+// E, yield stress s0, coefficient a, exponent n, as law_solid_ep_power.
+class law_scalar_ep_power : public law_scalar_ep_iso_hardening {
+public:
+    law_scalar_ep_power();
+
+protected:
+    struct no_object {};
+    explicit law_scalar_ep_power(no_object) {}
+};
+
+class law_scalar_ep_RambergOsgood : public law_scalar_ep_power {
+public:
+    law_scalar_ep_RambergOsgood();
+};
+
+// The lists a and b of law_solid_ep_piecewise_linear, a[0] the elastic stiffness.
+class law_scalar_ep_piecewise_linear : public law_scalar_ep_iso_hardening {
+public:
+    law_scalar_ep_piecewise_linear();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& a, const dense1D<double, 8>& b);
+    [[nodiscard]] error_type init(const dense2D<double>& table);
 };
 
 // A spring of rods and spring beds: k, a value kept for the host, thermal
@@ -95,6 +196,48 @@ class law_spring_nl : public law_spring {
 public:
     law_spring_nl();
     [[nodiscard]] error_type init(const dense2D<double>& table, double p1, double p2, double p3, double p4);
+};
+
+// Springs of rods and spring beds with hardening: k (the elastic stiffness), the
+// value kept for the host, thermal expansion, the curve, then optionally the
+// initial strain and the force floor. The limits as law_scalar_ep_iso_hardening.
+class law_spring_ep_iso_hardening : public law_spring {
+public:
+    void set_limit_states(double limit_strain, double limit_stress);
+
+protected:
+    law_spring_ep_iso_hardening() : law_spring(no_object{}) {}
+};
+
+// k, value, a, Et, yield force; optionally initial strain, force floor (5 or 7).
+class law_spring_ep_perfect : public law_spring_ep_iso_hardening {
+public:
+    law_spring_ep_perfect();
+};
+
+// k, value, a, s0, coefficient, exponent; optionally initial strain, force floor
+// (6 or 8).
+class law_spring_ep_power : public law_spring_ep_iso_hardening {
+public:
+    law_spring_ep_power();
+
+protected:
+    struct no_object {};
+    explicit law_spring_ep_power(no_object) {}
+};
+
+class law_spring_ep_RambergOsgood : public law_spring_ep_power {
+public:
+    law_spring_ep_RambergOsgood();
+};
+
+// The 3 or 5 values of law_spring, and the lists a and b of the curve.
+class law_spring_ep_piecewise_linear : public law_spring_ep_iso_hardening {
+public:
+    law_spring_ep_piecewise_linear();
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data, const dense1D<double, 8>& a,
+                                  const dense1D<double, 8>& b);
+    [[nodiscard]] error_type init(const dense1D<double, 8>& data, const dense2D<double>& table);
 };
 
 // A beam section (9, 15, 22, 24 or 31 values):

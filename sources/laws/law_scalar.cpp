@@ -10,7 +10,8 @@ double law_scalar::get_value(const law_key& key) const noexcept
     return d.size() ? d[0] : 0.0;
 }
 
-void law_scalar::get_force(const law_key& key, double s, double& k, double& f, double& energy) const
+void law_scalar::get_force(const law_key& key, double s, double& k, double& f, double& energy, const double*,
+                           double*) const
 {
     k = get_value(key);
     f = k * s;

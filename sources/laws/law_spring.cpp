@@ -41,7 +41,8 @@ void law_spring::apply_floor(double c, double& f) noexcept
     if (c < 0.0 && c < f) f = c;
 }
 
-void law_spring::get_force(const law_key& key, double s, double& k, double& f, double& energy) const
+void law_spring::get_force(const law_key& key, double s, double& k, double& f, double& energy, const double*,
+                           double*) const
 {
     const dense1D<double, 8>& d = element_data(key.model, key.element);
     k = d.empty() ? 0.0 : d[0];
@@ -128,13 +129,11 @@ std::pair<double, double> law_spring_nl::get_stiffness_range(field_tag) const
     return {lower, upper};
 }
 
-void law_spring_nl::walk(const dense1D<double, 8>& d, double x, double& k, double& f, double& energy) const
+void stiffness_table_walk(const double* b, const double* stiffness, unsigned n, double x, double& k, double& f,
+                          double& energy) noexcept
 {
     k = f = energy = 0.0;
-    const unsigned n = nbr_rows;
-    if (n == 0 || d.size() < 2 * n) return;
-    const double* b = d.data();
-    const double* stiffness = d.data() + n;
+    if (n == 0) return;
     const auto row = [&](double v) { return unsigned(std::lower_bound(b, b + n, v) - b); };
     const unsigned r0 = row(0.0), r1 = row(x);
     if (r0 >= n || r1 >= n) return;
@@ -159,7 +158,8 @@ void law_spring_nl::walk(const dense1D<double, 8>& d, double x, double& k, doubl
     k = stiffness[r1];
 }
 
-void law_spring_nl::get_force(const law_key& key, double s, double& k, double& f, double& energy) const
+void law_spring_nl::get_force(const law_key& key, double s, double& k, double& f, double& energy, const double*,
+                              double*) const
 {
     const dense1D<double, 8>& d = element_data(key.model, key.element);
     walk(d, s, k, f, energy);
@@ -172,6 +172,13 @@ void law_spring_nl::get_thermal_force(const law_key& key, double T, double& forc
     double k, f, e;
     walk(d, get_thermal_expansion(key) * T, k, f, e);
     force -= f;
+}
+
+void law_spring_nl::walk(const dense1D<double, 8>& d, double x, double& k, double& f, double& energy) const
+{
+    k = f = energy = 0.0;
+    if (nbr_rows == 0 || d.size() < 2 * nbr_rows) return;
+    stiffness_table_walk(d.data(), d.data() + nbr_rows, nbr_rows, x, k, f, energy);
 }
 
 } // namespace kelt::core

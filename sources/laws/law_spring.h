@@ -20,7 +20,9 @@ public:
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
 
     // At the strain s: stiffness k, force f (after the floor), energy.
-    virtual void get_force(const law_key& key, double s, double& k, double& f, double& energy) const;
+    using law_scalar::get_force;
+    void get_force(const law_key& key, double s, double& k, double& f, double& energy, const double* state_in,
+                   double* state_out) const override;
     double get_entry_1(const law_key& key) const noexcept;
     double get_thermal_expansion(const law_key& key) const noexcept;
     void get_spring_data(const law_key& key, double& d1, double& d2, double& d3, double& d4) const noexcept;
@@ -28,12 +30,13 @@ public:
     // strain -= a T, force -= a T k.
     void get_thermal_strain(const law_key& key, double T, double& strain) const noexcept;
     virtual void get_thermal_force(const law_key& key, double T, double& force) const;
+    // The initial strain and the force floor of a parameter vector of this class.
+    virtual double initial_strain_of(const dense1D<double, 8>& data) const noexcept;
+    virtual double force_floor_of(const dense1D<double, 8>& data) const noexcept;
 
 protected:
     // Where the four trailing values stand in a parameter vector of this class.
     virtual unsigned tail(const dense1D<double, 8>& data) const noexcept;
-    double initial_strain_of(const dense1D<double, 8>& data) const noexcept;
-    double force_floor_of(const dense1D<double, 8>& data) const noexcept;
     static void apply_floor(double floor, double& f) noexcept;
 };
 
@@ -47,7 +50,9 @@ public:
     bool valid(const dense1D<double, 8>& data) const override;
     [[nodiscard]] bool process_data(dense1D<double, 8>&) const override { return true; }
     std::pair<double, double> get_stiffness_range(field_tag field) const override;
-    void get_force(const law_key& key, double s, double& k, double& f, double& energy) const override;
+    using law_spring::get_force;
+    void get_force(const law_key& key, double s, double& k, double& f, double& energy, const double* state_in,
+                   double* state_out) const override;
     void get_thermal_force(const law_key& key, double T, double& force) const override;
 
     unsigned nbr_rows = 0;
@@ -56,8 +61,12 @@ protected:
     unsigned tail(const dense1D<double, 8>& data) const noexcept override;
 
 private:
-    // f and energy as integrals from 0 to x of the table's stiffness; k at x.
     void walk(const dense1D<double, 8>& d, double x, double& k, double& f, double& energy) const;
 };
+
+// f and energy as integrals from 0 to x of a table of n breakpoints b (the last
+// one the largest finite double) and stiffnesses; k at x. All 0 past the end.
+void stiffness_table_walk(const double* b, const double* stiffness, unsigned n, double x, double& k, double& f,
+                          double& energy) noexcept;
 
 } // namespace kelt::core

@@ -183,6 +183,24 @@ TEST(solver_static_linear, cantilever_deflects_as_a_timoshenko_beam)
 // Node 1908874355 has identifiers past 32 bits: its x, 1908874355 x 9, wraps onto
 // 11, the z of node 1, a free DOF of the beam. Every operation that forms an identifier from it
 // refuses it, and the run is what it was without the attempts.
+// An elastoplastic law whose yield stress lies far above the beam's largest
+// stress (6 P L / (b h^2) = 60) gives the elastic solution exactly.
+TEST(solver_static_linear, an_elastoplastic_law_in_its_elastic_range_is_the_elastic_law)
+{
+    fem::law_solid_ep_perfect law;
+    dense1D<double, 8> d;
+    for (double v : {cantilever::E, cantilever::nu, 0.0, 0.0, 1e3}) d.push_back(v);
+    ASSERT_EQ(law.init(d), no_error);
+    cantilever elastic, plastic(&law);
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type a(elastic.problem), b(plastic.problem);
+    solver.run(a);
+    solver.run(b);
+    ASSERT_EQ(b.error_code, no_error) << b.msg_title << b.msg_detail;
+    for (const auto& [ID, f] : elastic.forces) EXPECT_EQ(value(a.U, ID, 0), value(b.U, ID, 0));
+    EXPECT_NE(value(b.U, dof(plastic.tip, 2), 0), 0.0);
+}
+
 TEST(solver_static_linear, a_node_whose_identifiers_pass_32_bits_is_refused_and_changes_nothing)
 {
     constexpr unsigned far = 1908874355u;

@@ -159,6 +159,11 @@ unsigned test_context::solid(const mesh& m, double E, double nu)
     return model_on<fem::numerical_model_stiff_lin, fem::model_solid_lin>(ctx, law, m);
 }
 
+unsigned test_context::solid(const mesh& m, const fem::law_base& law)
+{
+    return model_on<fem::numerical_model_stiff_lin, fem::model_solid_lin>(ctx, law, m);
+}
+
 unsigned test_context::conduction(const mesh& m, double k)
 {
     fem::law_scalar law;
@@ -186,9 +191,9 @@ fem::problem_data test_context::problem(mesh& m, unsigned model, unsigned cases)
     return fem::problem_data(ctx, m.pos, DOFs, model, cases);
 }
 
-cantilever::cantilever() : m(box_mesh(element_hexa27, {L, b, h}, {along, 1, 1}))
+cantilever::cantilever(const fem::law_base* law) : m(box_mesh(element_hexa27, {L, b, h}, {along, 1, 1}))
 {
-    const unsigned model = t.solid(m, E, nu);
+    const unsigned model = law ? t.solid(m, *law) : t.solid(m, E, nu);
     fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
     for (unsigned node = 0; node < m.nbr_nodes(); ++node)
         if (m.pos(0, node) == 0.0) {

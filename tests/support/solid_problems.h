@@ -38,6 +38,7 @@ struct test_context {
     ~test_context() { ctx.the_NM_mgr().clear(); }
 
     unsigned solid(const mesh& m, double E, double nu);
+    unsigned solid(const mesh& m, const fem::law_base& law);
     unsigned conduction(const mesh& m, double k);
     unsigned mass(const mesh& m, double density);
     unsigned composite(std::initializer_list<unsigned> IDs);
@@ -52,7 +53,8 @@ struct cantilever {
     static constexpr double L = 10.0, b = 1.0, h = 1.0, E = 1000.0, nu = 0.3, P = -1.0;
     static constexpr unsigned along = 8;
 
-    cantilever();
+    // On law_solid_StVenant of E and nu, or on `law`.
+    explicit cantilever(const fem::law_base* law = nullptr);
 
     test_context t;
     mesh m;
