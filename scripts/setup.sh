@@ -2,9 +2,10 @@
 # when they are missing and we are root.
 kelt_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev liblapack-dev libmetis-dev)
 
-kelt_install_missing() {
+# kelt_install PACKAGE...: those not yet installed, when we are root.
+kelt_install() {
     local missing=()
-    for p in "${kelt_packages[@]}"; do
+    for p in "$@"; do
         dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
     done
     if ((${#missing[@]})); then
@@ -17,5 +18,7 @@ kelt_install_missing() {
         fi
     fi
 }
+
+kelt_install_missing() { kelt_install "${kelt_packages[@]}"; }
 
 kelt_jobs() { nproc 2>/dev/null || echo 2; }

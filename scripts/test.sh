@@ -5,6 +5,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/setup.sh
 kelt_install_missing
+# The file tests mesh with the real gmsh and read what the library writes with
+# VTK and meshio.
+kelt_install gmsh python3-meshio python3-vtk9
 
 # Layers point down only; checked before anything is built.
 scripts/check_layers.sh
