@@ -66,8 +66,9 @@ if field:
     mapper.SetLookupTable(lut)
 actor = vtk.vtkActor()
 actor.SetMapper(mapper)
-actor.GetProperty().EdgeVisibilityOn()
-actor.GetProperty().SetEdgeColor(0.2, 0.2, 0.2)
+if grid.GetNumberOfCells() < 500:  # edges of a fine mesh hide its colours
+    actor.GetProperty().EdgeVisibilityOn()
+    actor.GetProperty().SetEdgeColor(0.2, 0.2, 0.2)
 
 renderer = vtk.vtkRenderer()
 renderer.AddActor(actor)
@@ -80,8 +81,8 @@ if field:
     bar.GetLabelTextProperty().SetColor(0, 0, 0)
     renderer.AddActor2D(bar)
 camera = renderer.GetActiveCamera()
-camera.Elevation(25)
-camera.Azimuth(30)
+camera.Elevation(20)
+camera.Azimuth(20)
 renderer.ResetCamera()
 
 window = vtk.vtkRenderWindow()
