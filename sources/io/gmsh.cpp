@@ -253,8 +253,29 @@ private:
         c_.end_section("Nodes");
     }
 
-    // One element: its file nodes in `gmsh_nodes`, put in the blocks of its groups.
-    void add_element(std::size_t tag, int dim, int type, const std::size_t* gmsh_nodes, const std::vector<int>& groups)
+    // The blocks that the elements of one type in these groups go to (the block of
+    // no group when there is none), each told to expect `count` more elements.
+    std::vector<block_builder*> targets_of(int dim, int type, const std::vector<int>& groups, std::size_t count)
+    {
+        std::vector<block_builder*> targets;
+        const element_order* o = detail::order_of_gmsh(type);
+        if (!o) return targets; // points: their nodes only, for the groups
+        const auto add = [&](int group) {
+            block_builder& b = blocks_[{dim, group, type}];
+            b.order = o;
+            b.nodes.reserve(b.nodes.size() + count * o->nbr_nodes);
+            b.tags.reserve(b.tags.size() + count);
+            targets.push_back(&b);
+        };
+        if (groups.empty()) add(0);
+        for (int g : groups) add(g);
+        return targets;
+    }
+
+    // One element: its file nodes in `gmsh_nodes`, put in the target blocks (or,
+    // for a point, in its groups' nodes).
+    void add_element(std::size_t tag, int dim, int type, const std::size_t* gmsh_nodes,
+                     const std::vector<block_builder*>& targets, const std::vector<int>& groups)
     {
         if (!elements_.add(tag, 0)) c_.fail(invalid_data_error, "element " + std::to_string(tag) + " is defined twice");
         const element_order* o = detail::order_of_gmsh(type);
@@ -268,18 +289,14 @@ private:
                         "element " + std::to_string(tag) + " refers to node " + std::to_string(node) + ", not defined");
             element_nodes_[a] = rank;
         }
-        const auto put = [&](int group) {
-            if (!o) { // a point: only its node, for the group
-                if (group != 0) point_groups_[{dim, group}].push_back(element_nodes_[0]);
-                return;
-            }
-            block_builder& b = blocks_[{dim, group, type}];
-            b.order = o;
-            b.nodes.insert(b.nodes.end(), element_nodes_.begin(), element_nodes_.end());
-            b.tags.push_back(tag);
-        };
-        if (groups.empty()) put(0);
-        for (int g : groups) put(g);
+        if (!o) {
+            for (int g : groups) point_groups_[{dim, g}].push_back(element_nodes_[0]);
+            return;
+        }
+        for (block_builder* b : targets) {
+            b->nodes.insert(b->nodes.end(), element_nodes_.begin(), element_nodes_.end());
+            b->tags.push_back(tag);
+        }
     }
 
     // The element type's node count, or a refusal of a type the library lacks.
@@ -313,12 +330,13 @@ private:
             c_.check_room(n, (per + 1) * (binary_ ? 8 : 2));
             const auto it = entity_groups_.find({dim, entity});
             const std::vector<int>& groups = it == entity_groups_.end() ? no_groups : it->second;
+            const std::vector<block_builder*> targets = targets_of(dim, type, groups, n);
             record.resize(per + 1);
             for (std::size_t i = 0; i < n; ++i) {
                 if (binary_) c_.raw_array(record.data(), per + 1);
                 else
                     for (std::size_t& v : record) v = c_.number<std::size_t>("an element's node");
-                add_element(record[0], dim, type, record.data() + 1, groups);
+                add_element(record[0], dim, type, record.data() + 1, targets, groups);
                 if (!binary_) c_.end_line(false);
             }
             count += n;
@@ -349,7 +367,8 @@ private:
             nodes.resize(per);
             for (std::size_t& v : nodes) v = c_.number<std::size_t>("an element's node");
             const element_order* o = detail::order_of_gmsh(type);
-            add_element(tag, o ? int(o->dim) : 0, type, nodes.data(), groups);
+            const int dim = o ? int(o->dim) : 0;
+            add_element(tag, dim, type, nodes.data(), targets_of(dim, type, groups, 1), groups);
             c_.end_line(false);
         }
         c_.end_section("Elements");
@@ -383,14 +402,16 @@ private:
             std::vector<unsigned>().swap(b.nodes);
             m.blocks.push_back(std::move(out_block));
         }
+        std::vector<unsigned char> in_group(n, 0); // sorted and unique by marks: linear time
         for (auto& [key, nodes] : group_nodes) {
             node_group g;
             const auto name = names_.find(key);
             if (name != names_.end()) g.name = name->second;
             g.dim = key.first, g.tag = key.second;
-            std::sort(nodes.begin(), nodes.end());
-            nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
-            g.nodes = std::move(nodes);
+            for (unsigned a : nodes) in_group[a] = 1;
+            std::vector<unsigned>().swap(nodes);
+            for (std::size_t a = 0; a < n; ++a)
+                if (in_group[a]) g.nodes.push_back(unsigned(a)), in_group[a] = 0;
             m.groups.push_back(std::move(g));
         }
         out = std::move(m);
