@@ -303,7 +303,13 @@ void commit_step(run_state& run, const fem::Newton_settings& s, Newton_work& w, 
         Ptr<internal_states> kept = new internal_states;
         if (w.model->get_internal_states(*kept) == no_error) (void)out.set_internal_state(c, kept.get());
     }
-    (void)out.set_stress_mgr(c, w.thermal);
+    // The thermal loads as they stand at t, so that the column's stresses can be
+    // found again whatever their evolution functions.
+    if (w.thermal) {
+        const Ptr<stress_super_mgr> frozen = w.thermal->frozen_at(t);
+        if (!frozen) throw std::bad_alloc();
+        (void)out.set_stress_mgr(c, frozen.get());
+    }
     data.times.push_back(t); // reserved for every step
     ++data.nbr_outputs;
 }
