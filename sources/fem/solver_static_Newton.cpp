@@ -355,8 +355,13 @@ void step_loop(run_state& run, const fem::Newton_settings& s, Newton_work& w, FE
     }
 }
 
-void Newton_run(run_state& run, const fem::Newton_settings& s, Newton_data& data)
+void Newton_run(run_state& run, const fem::Newton_settings& settings, Newton_data& data)
 {
+    // A period of 0, which the settings' check lets through, acts as 1 rather
+    // than divide by 0.
+    fem::Newton_settings s = settings;
+    s.K_update_period = std::max(1u, s.K_update_period);
+    s.output_period = std::max(1u, s.output_period);
     Newton_work w;
     w.model = take_problem(run, problem_of(data));
     if (!w.model || run.stop_requested()) return;
@@ -383,7 +388,7 @@ void Newton_run(run_state& run, const fem::Newton_settings& s, Newton_data& data
     if (!row_IDs.reserve(w.n.size() + prescribed.IDs.size(), 1)) throw std::bad_alloc();
     for (unsigned r = 0; r < w.n.size(); ++r) row_IDs.push_back(w.n.ID(r));
     for (unsigned id : prescribed.IDs) row_IDs.push_back(id);
-    const unsigned cols = 1 + (s.nbr_steps - 1) / std::max(1u, s.output_period);
+    const unsigned cols = 1 + (s.nbr_steps - 1) / s.output_period;
     const std::uint64_t rows = row_IDs.size();
     const double states_MB = double(rows) * double(cols) * 8.0 * bytes_to_MB;
     if (!run.check_memory(w.n.K_size_MB + states_MB, __FILE__, __LINE__)) return;

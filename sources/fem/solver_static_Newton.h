@@ -38,8 +38,8 @@ struct Newton_settings {
     // a multiple of the period; 2 in the iterations i that are multiples of the
     // period (full Newton with period 1); any other value: every iteration.
     unsigned K_update_mode = 2;
-    unsigned K_update_period = 1; // at least 1 with modes 1 and 2
-    unsigned output_period = 1;   // one state kept every this many steps; at least 1
+    unsigned K_update_period = 1; // in steps (mode 1) or iterations (mode 2); 0 acts as 1
+    unsigned output_period = 1;   // one state kept every this many steps; 0 acts as 1
     log_handler log_hdl = nullptr;
     Newton_iteration_handler iteration_hdl = nullptr;
     interrupt_handler interrupt_hdl = nullptr;
