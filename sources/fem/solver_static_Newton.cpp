@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <new>
 #include <random>
 
@@ -28,7 +27,7 @@ namespace kelt::fem {
 
 bool Newton_settings::valid() const noexcept
 {
-    // The periods are the host's to keep at 1 or more.
+    // The periods are not examined: 0 acts as 1.
     return t_start < t_end && nbr_steps != 0 && max_iters != 0 && max_dU > 0.0 && tol_U > 0.0 && tol_F > 0.0 &&
            tol_E > 0.0 && tol_W >= 0.0;
 }
@@ -42,9 +41,9 @@ using Newton_data = solver_static_Newton::data_type;
 
 namespace {
 
-constexpr double largest = std::numeric_limits<double>::max();
 constexpr unsigned none = 0xFFFFFFFFu;
 
+// The largest magnitude; a NaN, once met, stays, so that the tests see it.
 double max_abs(const double* v, unsigned n) noexcept
 {
     double m = 0.0;
@@ -68,7 +67,7 @@ double max_abs_on(const double* v, const numbering& n, unsigned first, unsigned 
 // states (free DOFs, then prescribed ones).
 struct Newton_work {
     numerical_model_base* model = nullptr;
-    const loads_mgr* loads = nullptr;          // of load case 0
+    const loads_mgr* loads = nullptr;    // of load case 0
     stress_super_mgr* thermal = nullptr; // of load case 0
     numbering n;
     indexed_sym_matrix K;
@@ -77,7 +76,7 @@ struct Newton_work {
     bool has_P = false;
     double E = 0.0, F_ref = 0.0, L = 1.0;
     double pivot_min = 0.0, pivot_max = 0.0;
-    bool rebuild = true;   // the previous iteration's decision
+    bool rebuild = true; // the previous iteration's decision
     bool converged = false;
     std::mt19937 generator{5489u}; // of the forced-pivot iterations: runs repeat bit for bit
 };
