@@ -23,6 +23,7 @@
 #include "kelt/fem/solver_modal.h"
 #include "kelt/fem/solver_buckling_euler.h"
 #include "kelt/fem/solver_response_spectrum.h"
+#include "kelt/fem/solver_static_Newton.h"
 #include "kelt/fem/solver_static_linear.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
 #include "kelt/fem/solver_reactions.h"

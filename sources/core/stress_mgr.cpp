@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "kelt/core/context.h"
 
@@ -132,6 +133,20 @@ bool stress_mgr_thermal::add_scaled(const stress_mgr_thermal& other, double fact
     return elements.add_scaled(other.elements, factor) && nodes.add_scaled(other.nodes, factor);
 }
 
+Ptr<stress_mgr_thermal> stress_mgr_thermal::frozen_at(double t) const
+{
+    Ptr<stress_mgr_thermal> f = clone();
+    dense1D<double, 8> v;
+    get_uniform(t, v);
+    if (!f->set_uniform(v.data(), v.size(), no_evol)) return nullptr;
+    for (const auto& [from, to] : {std::pair{&elements, &f->elements}, std::pair{&nodes, &f->nodes}})
+        for (unsigned c = 0; c < from->size(); ++c) {
+            if (!get_keyed(*from, from->keys[c], t, v) || !to->set(from->keys[c], v.data(), v.size(), no_evol))
+                return nullptr;
+        }
+    return f;
+}
+
 // ---- stress_super_mgr -----------------------------------------------------
 
 stress_super_mgr::stress_super_mgr(context_type* context_) : context(context_) {}
@@ -208,6 +223,19 @@ error_type stress_super_mgr::add_scaled(const stress_super_mgr& other, double fa
         if (!m->add_scaled(*from[model], factor)) return memory_error;
     }
     return no_error;
+}
+
+Ptr<stress_super_mgr> stress_super_mgr::frozen_at(double t) const
+{
+    Ptr<stress_super_mgr> f(new stress_super_mgr(context.get()));
+    try {
+        f->thermal.resize(thermal.size());
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    for (unsigned model = 0; model < thermal.size(); ++model)
+        if (thermal[model] && !(f->thermal[model] = thermal[model]->frozen_at(t))) return nullptr;
+    return f;
 }
 
 } // namespace kelt::core

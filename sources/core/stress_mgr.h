@@ -67,6 +67,8 @@ public:
     // this += factor x other; nothing at all when factor is exactly 0. A value
     // that this one did not have takes the evolution function of `other`.
     [[nodiscard]] bool add_scaled(const stress_mgr_thermal& other, double factor);
+    // The values at t, with no evolution function left; null when memory fails.
+    Ptr<stress_mgr_thermal> frozen_at(double t) const;
 
 private:
     bool get_keyed(const keyed_values& table, unsigned key, double t, dense1D<double, 8>& out) const;
@@ -98,6 +100,10 @@ public:
 
     // Load-case combination: this += factor x other, model by model.
     [[nodiscard]] error_type add_scaled(const stress_super_mgr& other, double factor);
+    // The loads at t, with no evolution function left: what a state found at t
+    // keeps, so that a results pass at any time sees the loads of that state.
+    // Null when memory fails.
+    Ptr<stress_super_mgr> frozen_at(double t) const;
 
     Ptr<context_type> context;
     std::vector<Ptr<stress_mgr_thermal>> thermal; // indexed by model identifier

@@ -39,8 +39,7 @@ void elementary_run(run_state& run, const elementary_server::settings_type& sett
     if (!model) model = problem->model();
     if (!model || run.stop_requested()) return;
     const FEM_real_states* U = input_states(data.U);
-    element_pass_type pass = make_pass(*problem);
-    pass.U = state_view(U, data.state);
+    element_pass_type pass = column_pass(*problem, U, data.state);
     pass.factor = settings.factor;
     pass.element = data.element;
     element_work_type w;

@@ -49,8 +49,7 @@ void energy_run(run_state& run, const solver_energy::settings_type& settings, so
         if (run.stop_requested()) return;
         dense1D<double, 8> column = E->col(j);
         if (column.size() != E->rows()) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
-        element_pass_type pass = make_pass(*problem);
-        pass.U = state_view(U, first + j);
+        element_pass_type pass = column_pass(*problem, U, first + j);
         pass.matrix_mode = matrix_none;
         pass.element_energies = &column;
         pass.energy_map = E->IDs.get();

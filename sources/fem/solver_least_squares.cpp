@@ -83,8 +83,7 @@ void nodal_run(run_state& run, unsigned result, projected_field field, fem::noda
         phase_timer t(data.time_resolution);
         for (unsigned s = 0; s < states; ++s) {
             if (run.stop_requested()) return;
-            element_pass_type pass = make_pass(*problem);
-            pass.U = state_view(U, s);
+            element_pass_type pass = column_pass(*problem, U, s);
             if (auto e = assemble_nodal_rhs(*model, kind, result, pass, n, field, *values, s * field.count);
                 e != no_error)
                 return KELT_RAISE(run, e, "Assembly error.");

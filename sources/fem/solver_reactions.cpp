@@ -38,11 +38,14 @@ void reactions_run(run_state& run, solver_reactions::data_type& data)
         if (target.values.size() != R->rows()) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
         const DOF_values_view state = state_view(U, j);
         unsigned skipped = 0;
+        // A solid's thermal loads enter as strains of its internal forces, as in
+        // the solve of a non-linear state.
+        const bool as_strain = kind == kind_stiffness;
         error_type e = j < problem->nbr_load_cases()
-                           ? assemble_loads(*problem, *model, kind, j, 0.0, state, target, skipped)
+                           ? assemble_loads(*problem, *model, kind, j, 0.0, state, target, skipped, !as_strain)
                            : no_error;
-        element_pass_type pass = make_pass(*problem);
-        pass.U = state;
+        element_pass_type pass = column_pass(*problem, U, j);
+        if (!as_strain) pass.has_thermal = false, pass.thermal = nullptr;
         if (e == no_error) e = assemble_vector(*model, kind, pass, target);
         if (e != no_error) return KELT_RAISE(run, e, "Assembly error.");
         for (double& v : target.values) v = -v;

@@ -25,33 +25,68 @@ DOF_values_view state_view(const FEM_real_states* states, unsigned col)
     return v;
 }
 
-bool assemble_matrix(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
-                     const numbering& n, indexed_sym_matrix& A, double& timer, double factor, bool add)
+element_pass_type column_pass(const problem_data& problem, const FEM_real_states* states, unsigned col)
 {
-    phase_timer t(timer);
+    element_pass_type pass = make_pass(problem);
+    pass.U = state_view(states, col);
+    pass.thermal = states ? states->stress_mgr(col) : nullptr;
+    pass.has_thermal = pass.thermal != nullptr;
+    return pass;
+}
+
+bool allocate_matrix(run_state& run, const numbering& n, indexed_sym_matrix& A)
+{
     A.IDs = n.free_IDs;
-    error_type e = add ? no_error : A.matrix.create(n.profile, n.size(), 0.0, run.OOC());
+    error_type e = A.matrix.create(n.profile, n.size(), 0.0, run.OOC());
     if (e == no_error && A.nbr_rows() != n.size()) e = memory_error;
     if (e != no_error) {
         A.matrix.clear();
         raise_allocation_error(run, e, __FILE__, __LINE__);
         return false;
     }
+    return true;
+}
+
+bool assemble_matrix(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
+                     const numbering& n, indexed_sym_matrix& A, double& timer, double factor, bool add)
+{
+    phase_timer t(timer);
+    if (!add && !allocate_matrix(run, n, A)) return false;
     matrix_sym_assembler<indexed_sym_matrix> into(A, factor);
     pass.matrix = &into;
-    e = model.run_elements(kind, pass);
+    error_type e = model.run_elements(kind, pass);
     if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
     if (e != no_error) KELT_RAISE(run, e, "Assembly error.");
     return e == no_error;
 }
 
 error_type assemble_vector(numerical_model_base& model, pass_kind kind, element_pass_type pass,
-                           indexed_vector& target, double factor)
+                           indexed_vector& target, double factor, double* energy)
 {
     vector_assembler<indexed_vector> into(target, factor);
     pass.matrix_mode = matrix_none;
     pass.vector = &into;
-    return model.run_elements(kind, pass);
+    const error_type e = model.run_elements(kind, pass);
+    if (energy) *energy = pass.total_energy;
+    return e;
+}
+
+bool assemble_tangent(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
+                      const numbering& n, indexed_sym_matrix& A, indexed_vector& residual, double& energy,
+                      double& timer)
+{
+    phase_timer t(timer);
+    if (!allocate_matrix(run, n, A)) return false;
+    matrix_sym_assembler<indexed_sym_matrix> into(A, 1.0);
+    vector_assembler<indexed_vector> forces(residual, 1.0);
+    pass.matrix = &into;
+    pass.vector = &forces;
+    pass.matrix_mode = matrix_tangent;
+    error_type e = model.run_elements(kind, pass);
+    energy = pass.total_energy;
+    if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
+    if (e != no_error) KELT_RAISE(run, e, "FEM error.");
+    return e == no_error;
 }
 
 namespace {
@@ -64,7 +99,7 @@ bool has_thermal_loads(const stress_super_mgr* s) noexcept
 
 error_type assemble_loads(const problem_data& problem, numerical_model_base& model, pass_kind thermal_kind,
                           unsigned i, double time, const DOF_values_view& state, indexed_vector& target,
-                          unsigned& skipped)
+                          unsigned& skipped, bool with_thermal)
 {
     std::fill(target.values.begin(), target.values.end(), 0.0);
     element_pass_type pass = make_pass(problem, time);
@@ -81,7 +116,7 @@ error_type assemble_loads(const problem_data& problem, numerical_model_base& mod
         if (e != no_error) return e;
     }
     const stress_super_mgr* thermal = i < problem.stresses.size() ? problem.stresses[i].get() : nullptr;
-    if (!has_thermal_loads(thermal)) return no_error;
+    if (!with_thermal || !has_thermal_loads(thermal)) return no_error;
     pass.U.clear();
     pass.has_thermal = true;
     pass.thermal = thermal;
@@ -126,6 +161,17 @@ error_type multiply_by_model(numerical_model_base& model, pass_kind kind, elemen
     const error_type e = model.run_elements(kind, pass);
     energy = pass.total_energy;
     return e;
+}
+
+error_type multiply_at_state(numerical_model_base& model, pass_kind kind, element_pass_type pass,
+                             const vector_fast& rows, const double* x, matrix_product_assembler::row_range x_rows,
+                             double* y, matrix_product_assembler::row_range y_rows)
+{
+    matrix_product_assembler product(rows, x, x_rows, y, y_rows, -1.0);
+    pass.matrix = &product;
+    pass.vector = nullptr;
+    pass.matrix_mode = matrix_tangent;
+    return model.run_elements(kind, pass);
 }
 
 } // namespace kelt::core

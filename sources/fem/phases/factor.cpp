@@ -62,7 +62,7 @@ bool factorise(run_state& run, symmetric_hybrid_OOC<double>& A, const numbering&
     if (checker->bad_index != 0xFFFFFFFFu) {
         KELT_RAISE(run, pivot_error, "Pivot error.");
         report.bad_DOF = n.ID(checker->bad_index);
-    } else if (e == no_error && options.policy != pivot_policy::count_below &&
+    } else if (e == no_error && options.policy != pivot_policy::count_below && options.warn_small_pivots &&
                report.pivot_max * 1e-12 > report.pivot_min && checker->min_index != 0xFFFFFFFFu) {
         if (run.status.warning_code == no_error && run.status.error_code == no_error)
             report.bad_DOF = n.ID(checker->min_index);

@@ -24,6 +24,9 @@ struct factor_options {
     pivot_policy policy = pivot_policy::check_positive;
     double bound = 0.0;                // of count_below: the shift of the Sturm count
     std::mt19937* generator = nullptr; // of force_positive_random
+    // Raise "Pivot warning." on a spread of more than 12 decades; a caller that
+    // weighs small pivots itself (per iteration) reads min_row instead.
+    bool warn_small_pivots = true;
 };
 
 struct factor_report {

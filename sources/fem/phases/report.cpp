@@ -14,10 +14,6 @@ double two_norm(const dense1D<double, 8>& v) noexcept
     return std::sqrt(s);
 }
 
-namespace {
-
-// The extremes over the rows of a column whose DOF place lies in [first_place,
-// last_place]; both 0 when there is none.
 void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigned first_place, unsigned last_place,
                  double& lo, double& hi) noexcept
 {
@@ -32,8 +28,6 @@ void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigne
         any = true;
     }
 }
-
-} // namespace
 
 void log_field_extremes(const run_state& run, unsigned i, const char* name, const dense1D<double, 8>& col,
                         const vector_fast& rows, unsigned first_place, unsigned last_place)

@@ -8,6 +8,11 @@ namespace kelt::core {
 
 double two_norm(const dense1D<double, 8>& v) noexcept;
 
+// The extremes over the rows of a column whose DOF place lies in [first_place,
+// last_place]; both 0 when there is none.
+void field_range(const dense1D<double, 8>& col, const vector_fast& rows, unsigned first_place, unsigned last_place,
+                 double& lo, double& hi) noexcept;
+
 class run_state;
 
 // The two report lines of a field's extremes over column i, "%3d max NAME : ..."

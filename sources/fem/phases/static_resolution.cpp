@@ -217,14 +217,16 @@ private:
         if (run_.stop_requested()) return false;
         dense1D<double, 8> values;
         if (!gather_prescribed(i, values)) return !run_.failed();
-        if (std::all_of(values.begin(), values.end(), [](double v) { return v == 0.0; })) return true;
         dense1D<double, 8> col = column(i);
         if (col.size() != rows_) {
             KELT_RAISE(run_, internal_error, "Solver error.");
             return false;
         }
+        // The rows out of K take their values also when these are 0: the loads
+        // assembled there (thermal ones, forces on held DOFs) are not displacements.
         std::fill(values.begin(), values.begin() + Nf_, 0.0); // those inside K are the gradient's
         std::copy(values.begin() + Nf_, values.end(), col.begin() + Nf_);
+        if (std::all_of(values.begin(), values.end(), [](double v) { return v == 0.0; })) return true;
         if (!s_.layout.out_K[i]) return true;
         double energy = 0.0;
         if (auto e = multiply(values.data(), {Nf_, rows_}, col.data(), {0, Nf_}, energy); e != no_error) {
