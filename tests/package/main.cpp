@@ -1,6 +1,7 @@
 // Builds against the installed headers and library and solves one clamped hexa8
-// cube under an end load; exits non-zero on a mismatch.
+// cube under an end load, then writes it for ParaView; exits non-zero on a mismatch.
 #include <kelt/fem.h>
+#include <kelt/io.h>
 
 #include <cstdio>
 #include <cstring>
@@ -37,6 +38,10 @@ int main()
     const double tip = row < data.U.rows() ? data.U.col(0)[row] : 0.0;
     ok = ok && std::strcmp(fem::version(), "4.4.0.0") == 0 && data.error_code == no_error && tip < 0.0 &&
          data.energies[0] > 0.0;
+    io::vtu_writer out(pos);
+    ok = ok && out.add_cells(element_hexa8, cells) == no_error &&
+         out.add_point_field("displacement", 3, io::node_vectors(data.U, 8, displacement_tag, 0)) == no_error &&
+         out.write("package_host.vtu").code == no_error;
     std::printf("package host: kelt %s, tip deflection %.6e, %s\n", fem::version(), tip, ok ? "found" : "MISMATCH");
     return ok ? 0 : 1;
 }
