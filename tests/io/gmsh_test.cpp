@@ -18,46 +18,14 @@ using namespace kelt::test;
 
 namespace {
 
-// Two unit cubes side by side along x: hexahedra in the first, tetrahedra (with
-// pyramids on its quadrangle faces) in the second; two cells an edge.
-const char* hybrid_geo = R"(SetFactory("OpenCASCADE");
-Box(1) = {0, 0, 0, 1, 1, 1};
-Box(2) = {1, 0, 0, 1, 1, 1};
-Coherence;
-Transfinite Curve{:} = 3;
-Transfinite Surface{:};
-Recombine Surface{:};
-Transfinite Volume{1};
-Physical Volume("hex") = {1};
-Physical Volume("tet") = {2};
-Physical Surface("left") = Surface In BoundingBox{-0.1, -0.1, -0.1, 0.1, 1.1, 1.1};
-Physical Curve("edge") = Curve In BoundingBox{-0.1, -0.1, -0.1, 0.1, 0.1, 1.1};
-Physical Point("corner") = Point In BoundingBox{-0.1, -0.1, -0.1, 0.1, 0.1, 0.1};
-)";
-
-// A triangulated square extruded in two layers: prisms, with the triangles of the
-// bottom as a group.
-const char* prism_geo = R"(Point(1) = {0, 0, 0}; Point(2) = {1, 0, 0}; Point(3) = {1, 1, 0}; Point(4) = {0, 1, 0};
-Line(1) = {1, 2}; Line(2) = {2, 3}; Line(3) = {3, 4}; Line(4) = {4, 1};
-Curve Loop(1) = {1, 2, 3, 4}; Plane Surface(1) = {1};
-Transfinite Curve{1, 2, 3, 4} = 3;
-out[] = Extrude{0, 0, 1} {Surface{1}; Layers{2}; Recombine;};
-Physical Volume("body") = {out[1]};
-Physical Surface("bottom") = {1};
-)";
-
+// The linear type on the same corners: the one of the same dimension whose nodes
+// are the type's corners.
 element_type base_type(element_type t)
 {
-    switch (t) {
-    case element_edge3: return element_edge2;
-    case element_faceT6: return element_faceT3;
-    case element_faceQ9: return element_faceQ4;
-    case element_tetra10: return element_tetra4;
-    case element_pyramid14: return element_pyramid5;
-    case element_wedge18: return element_wedge6;
-    case element_hexa27: return element_hexa8;
-    default: return t;
-    }
+    for (unsigned k = 0; k < nbr_element_types; ++k)
+        if (element_dim(element_type(k)) == element_dim(t) && nbr_nodes(element_type(k)) == nbr_base_nodes(t))
+            return element_type(k);
+    return element_none;
 }
 
 template <class Make>

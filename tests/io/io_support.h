@@ -33,6 +33,34 @@ struct scratch_dir {
     }
 };
 
+// Two unit cubes side by side along x: hexahedra in the first, tetrahedra (with
+// pyramids on its quadrangle faces) in the second; two cells an edge.
+inline const char* hybrid_geo = R"(SetFactory("OpenCASCADE");
+Box(1) = {0, 0, 0, 1, 1, 1};
+Box(2) = {1, 0, 0, 1, 1, 1};
+Coherence;
+Transfinite Curve{:} = 3;
+Transfinite Surface{:};
+Recombine Surface{:};
+Transfinite Volume{1};
+Physical Volume("hex") = {1};
+Physical Volume("tet") = {2};
+Physical Surface("left") = Surface In BoundingBox{-0.1, -0.1, -0.1, 0.1, 1.1, 1.1};
+Physical Curve("edge") = Curve In BoundingBox{-0.1, -0.1, -0.1, 0.1, 0.1, 1.1};
+Physical Point("corner") = Point In BoundingBox{-0.1, -0.1, -0.1, 0.1, 0.1, 0.1};
+)";
+
+// A triangulated square extruded in two layers: prisms, with the triangles of the
+// bottom as a group.
+inline const char* prism_geo = R"(Point(1) = {0, 0, 0}; Point(2) = {1, 0, 0}; Point(3) = {1, 1, 0}; Point(4) = {0, 1, 0};
+Line(1) = {1, 2}; Line(2) = {2, 3}; Line(3) = {3, 4}; Line(4) = {4, 1};
+Curve Loop(1) = {1, 2, 3, 4}; Plane Surface(1) = {1};
+Transfinite Curve{1, 2, 3, 4} = 3;
+out[] = Extrude{0, 0, 1} {Surface{1}; Layers{2}; Recombine;};
+Physical Volume("body") = {out[1]};
+Physical Surface("bottom") = {1};
+)";
+
 inline bool have_program(const char* name)
 {
     return std::system(("command -v " + std::string(name) + " > /dev/null 2>&1").c_str()) == 0;

@@ -98,28 +98,6 @@ bool have_python_modules()
     return std::system("/usr/bin/python3 -c 'import vtk, meshio' > /dev/null 2>&1") == 0;
 }
 
-const char* hybrid_geo = R"(SetFactory("OpenCASCADE");
-Box(1) = {0, 0, 0, 1, 1, 1};
-Box(2) = {1, 0, 0, 1, 1, 1};
-Coherence;
-Transfinite Curve{:} = 3;
-Transfinite Surface{:};
-Recombine Surface{:};
-Transfinite Volume{1};
-Physical Volume("hex") = {1};
-Physical Volume("tet") = {2};
-Physical Surface("left") = Surface In BoundingBox{-0.1, -0.1, -0.1, 0.1, 1.1, 1.1};
-)";
-
-const char* prism_geo = R"(Point(1) = {0, 0, 0}; Point(2) = {1, 0, 0}; Point(3) = {1, 1, 0}; Point(4) = {0, 1, 0};
-Line(1) = {1, 2}; Line(2) = {2, 3}; Line(3) = {3, 4}; Line(4) = {4, 1};
-Curve Loop(1) = {1, 2, 3, 4}; Plane Surface(1) = {1};
-Transfinite Curve{1, 2, 3, 4} = 3;
-out[] = Extrude{0, 0, 1} {Surface{1}; Layers{2}; Recombine;};
-Physical Volume("body") = {out[1]};
-Physical Surface("bottom") = {1};
-)";
-
 } // namespace
 
 // Every cell type the library has, written and read by VTK and meshio: the cells
