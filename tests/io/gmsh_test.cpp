@@ -8,6 +8,7 @@
 #include <string>
 
 #include "io_support.h"
+#include "kelt/core/element_catalogue.h"
 #include "kelt/elements/model_init.h"
 #include "kelt/fem.h"
 #include "kelt/io.h"
