@@ -19,11 +19,11 @@ using namespace kelt::test;
 
 namespace {
 
-// The linear type on the same corners: the one of the same dimension whose nodes
-// are the type's corners.
+// The linear type on the same corners: the type itself, or the nearest before it
+// in the enumeration whose nodes are its corners.
 element_type base_type(element_type t)
 {
-    for (unsigned k = 0; k < nbr_element_types; ++k)
+    for (unsigned k = t + 1; k-- > 0;)
         if (element_dim(element_type(k)) == element_dim(t) && nbr_nodes(element_type(k)) == nbr_base_nodes(t))
             return element_type(k);
     return element_none;
