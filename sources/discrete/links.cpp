@@ -4,6 +4,7 @@
 #include "kelt/discrete/links.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <new>
 #include <vector>
@@ -191,6 +192,85 @@ void rigid_body_st::get_element_DOFs(unsigned element, pass_kind kind, const den
         }
 }
 
+void rigid_body_st::turned_arm(const double (&t)[3], const double (&r)[3], double (&q)[3], double (&dq)[3][3],
+                               double (&d2q)[3][3][3]) const noexcept
+{
+    for (unsigned c = 0; c < 3; ++c) {
+        q[c] = 0.0;
+        for (unsigned j = 0; j < 3; ++j) {
+            dq[c][j] = turned(j, c, r);
+            q[c] += dq[c][j] * t[j];
+            for (unsigned k = 0; k < 3; ++k) d2q[c][j][k] = 0.0;
+        }
+    }
+}
+
+rotation_coefficients rotation_coefficients_of(double s) noexcept
+{
+    rotation_coefficients k{};
+    const double t = std::sqrt(s);
+    if (t > 0.1) {
+        // 1 - cos t as 2 sin²(t/2), which keeps its digits.
+        const double sn = std::sin(t), cs = std::cos(t), half = std::sin(0.5 * t), omc = 2.0 * half * half;
+        const double t2 = s, t3 = s * t, t4 = s * s;
+        k.a0 = sn / t;
+        k.a1 = omc / t2;
+        k.b0 = (t * cs - sn) / (2.0 * t3);
+        k.b1 = (t * sn - 2.0 * omc) / (2.0 * t4);
+        k.c0 = (3.0 * sn - 3.0 * t * cs - t2 * sn) / (4.0 * t4 * t);
+        k.c1 = (t2 * cs - 5.0 * t * sn + 8.0 * omc) / (4.0 * t4 * t2);
+        return k;
+    }
+    // a0 = sum (-s)^n / (2n+1)!, a1 = sum (-s)^n / (2n+2)!, and their derivatives
+    // term by term; at s <= 0.01 eight terms leave less than the rounding.
+    double f0 = 1.0, f1 = 0.5; // (-1)^n / (2n+1)!, (-1)^n / (2n+2)!
+    double pw[8] = {1.0};      // s^n
+    for (unsigned n = 1; n < 8; ++n) pw[n] = pw[n - 1] * s;
+    for (unsigned n = 0; n < 8; ++n) {
+        k.a0 += f0 * pw[n], k.a1 += f1 * pw[n];
+        if (n >= 1) k.b0 += n * f0 * pw[n - 1], k.b1 += n * f1 * pw[n - 1];
+        if (n >= 2) k.c0 += n * (n - 1.0) * f0 * pw[n - 2], k.c1 += n * (n - 1.0) * f1 * pw[n - 2];
+        f0 = -f0 / ((2.0 * n + 2.0) * (2.0 * n + 3.0));
+        f1 = -f1 / ((2.0 * n + 3.0) * (2.0 * n + 4.0));
+    }
+    return k;
+}
+
+void rigid_body_ft::turned_arm(const double (&t)[3], const double (&r)[3], double (&q)[3], double (&dq)[3][3],
+                               double (&d2q)[3][3][3]) const noexcept
+{
+    // Q r = a0 (t x r) + a1 t (t . r) - h r with h = a1 |t|² = 1 - cos|t|; the
+    // derivatives follow with d|t|²/dt_j = 2 t_j.
+    const double s = t[0] * t[0] + t[1] * t[1] + t[2] * t[2];
+    const rotation_coefficients k = rotation_coefficients_of(s);
+    const double h = k.a1 * s, h1 = k.a1 + s * k.b1, h2 = 2.0 * k.b1 + s * k.c1;
+    const double tr = t[0] * r[0] + t[1] * r[1] + t[2] * r[2];
+    double txr[3], A[3], C[3]; // t x r; the factors of 2 t_j in the first and second derivatives
+    for (unsigned c = 0; c < 3; ++c) {
+        txr[c] = 0.0;
+        for (unsigned j = 0; j < 3; ++j) txr[c] += turned(j, c, r) * t[j];
+    }
+    for (unsigned c = 0; c < 3; ++c) {
+        q[c] = k.a0 * txr[c] + k.a1 * t[c] * tr - h * r[c];
+        A[c] = k.b0 * txr[c] + k.b1 * t[c] * tr - h1 * r[c];
+        C[c] = k.c0 * txr[c] + k.c1 * t[c] * tr - h2 * r[c];
+    }
+    for (unsigned c = 0; c < 3; ++c)
+        for (unsigned j = 0; j < 3; ++j) {
+            const double ej = c == j ? 1.0 : 0.0;
+            // d(t x r)/dt_j = e_j x r; d(t (t . r))/dt_j = e_j (t . r) + t r_j.
+            const double Dj = k.b0 * turned(j, c, r) + k.b1 * (ej * tr + t[c] * r[j]);
+            dq[c][j] = 2.0 * t[j] * A[c] + k.a0 * turned(j, c, r) + k.a1 * (ej * tr + t[c] * r[j]);
+            for (unsigned m = 0; m <= j; ++m) {
+                const double em = c == m ? 1.0 : 0.0;
+                const double Dm = k.b0 * turned(m, c, r) + k.b1 * (em * tr + t[c] * r[m]);
+                const double v = (j == m ? 2.0 * A[c] : 0.0) + 4.0 * t[j] * t[m] * C[c] + 2.0 * t[j] * Dm +
+                                 2.0 * t[m] * Dj + k.a1 * (ej * r[m] + em * r[j]);
+                d2q[c][j][m] = d2q[c][m][j] = v;
+            }
+        }
+}
+
 error_type rigid_body_st::compute_element(pass_kind kind, element_work_type& w) const
 {
     if (kind != kind_stiffness) return no_error;
@@ -200,9 +280,10 @@ error_type rigid_body_st::compute_element(pass_kind kind, element_work_type& w) 
     if (w.matrix_mode == matrix_geometric) return no_error;
     const bool matrix = w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material;
     const bool vector = w.vector_mode == 1;
-    const DOF_values_view& V = w.U_ref.empty() ? w.U : w.U_ref;
+    const bool by_reference = !w.U_ref.empty();
     const unsigned D = displacement_bits(), R = rotation_bits();
     const unsigned master = nodes[0];
+    auto state = [&](unsigned ID) { return w.U.empty() ? 0.0 : w.U.get(ID); };
     try {
         // Block positions: the master's selected DOFs, then the slave's.
         int m_U[3] = {-1, -1, -1}, m_R[3] = {-1, -1, -1};
@@ -212,6 +293,9 @@ error_type rigid_body_st::compute_element(pass_kind kind, element_work_type& w) 
             if (D >> c & 1u) m_U[c] = int(nm), IDs[nm++] = field_DOF(master, displacement_tag, c);
         for (unsigned c = 0; c < 3; ++c)
             if (R >> c & 1u) m_R[c] = int(nm), IDs[nm++] = field_DOF(master, rotation_tag, c);
+        double t[3] = {};
+        for (unsigned j = 0; j < 3; ++j)
+            if (m_R[j] >= 0) t[j] = state(IDs[m_R[j]]);
         std::vector<unsigned> all(IDs, IDs + nm);
         std::vector<double> F(nm, 0.0);
         if (matrix) w.Kblocks.reserve(nodes.size() - 1);
@@ -231,48 +315,68 @@ error_type rigid_body_st::compute_element(pass_kind kind, element_work_type& w) 
             const double r2 = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
             const double kU = w.factor * w.penalty_displacement;
             const double kR = w.factor * std::max(w.penalty_rotation, r2 * w.penalty_displacement);
-            // G maps the block's DOFs to g_U = U_s - U_m - R_m x r, H to g_R = R_s - R_m,
+            double q[3], dq[3][3], d2q[3][3][3];
+            turned_arm(t, r, q, dq, d2q);
+            // G is the derivative of g_U = U_s - U_m - Q r, H that of g_R = R_s - R_m,
             // both on the selected components.
-            double G[3][12] = {}, H[3][12] = {};
+            double G[3][12] = {}, H[3][12] = {}, gU[3] = {}, gR[3] = {};
             for (unsigned c = 0; c < 3; ++c) {
                 if (s_U[c] < 0) continue;
                 G[c][s_U[c]] = 1.0;
                 G[c][m_U[c]] = -1.0;
                 for (unsigned j = 0; j < 3; ++j)
-                    if (m_R[j] >= 0) G[c][m_R[j]] = -turned(j, c, r);
+                    if (m_R[j] >= 0) G[c][m_R[j]] = -dq[c][j];
+                gU[c] = state(IDs[s_U[c]]) - state(IDs[m_U[c]]) - q[c];
             }
             for (unsigned c = 0; c < 3; ++c)
-                if (s_R[c] >= 0) H[c][s_R[c]] = 1.0, H[c][m_R[c]] = -1.0;
-            double u[12];
-            for (unsigned a = 0; a < n; ++a) u[a] = V.empty() ? 0.0 : V.get(IDs[a]);
-            double gU[3] = {}, gR[3] = {};
-            for (unsigned c = 0; c < 3; ++c)
-                for (unsigned a = 0; a < n; ++a) gU[c] += G[c][a] * u[a], gR[c] += H[c][a] * u[a];
-            const bool moved_U = gU[0] != 0.0 || gU[1] != 0.0 || gU[2] != 0.0;
-            const bool moved_R = with_rotations && (gR[0] != 0.0 || gR[1] != 0.0 || gR[2] != 0.0);
-            energy += 0.5 * kU * (gU[0] * gU[0] + gU[1] * gU[1] + gU[2] * gU[2]);
-            if (with_rotations) energy += 0.5 * kR * (gR[0] * gR[0] + gR[1] * gR[1] + gR[2] * gR[2]);
+                if (s_R[c] >= 0) {
+                    H[c][s_R[c]] = 1.0, H[c][m_R[c]] = -1.0;
+                    gR[c] = state(IDs[s_R[c]]) - state(IDs[m_R[c]]);
+                }
+            // The block's matrix: kU G'G + kR H'H, and in a tangent the curvature of
+            // the turned arm, -kU g_U . d2q, on the master's rotations.
+            double K[12][12];
+            for (unsigned a = 0; a < n; ++a)
+                for (unsigned b = 0; b <= a; ++b) {
+                    double k = 0.0;
+                    for (unsigned c = 0; c < 3; ++c) k += kU * G[c][a] * G[c][b] + kR * H[c][a] * H[c][b];
+                    K[a][b] = K[b][a] = k;
+                }
+            if (w.matrix_mode != matrix_material)
+                for (unsigned j = 0; j < 3; ++j)
+                    for (unsigned m = 0; m < 3 && m_R[j] >= 0; ++m)
+                        if (m_R[m] >= 0)
+                            for (unsigned c = 0; c < 3; ++c) K[m_R[j]][m_R[m]] -= kU * gU[c] * d2q[c][j][m];
             F.resize(F.size() + n - nm, 0.0);
             all.insert(all.end(), IDs + nm, IDs + n);
-            if (vector && (moved_U || moved_R)) {
-                const unsigned first = unsigned(F.size()) - (n - nm);
+            const unsigned first = unsigned(F.size()) - (n - nm);
+            auto at = [&](unsigned a) { return a < nm ? a : first + a - nm; };
+            if (by_reference) {
+                // The block's matrix times the reference, by the sign rule.
+                double u[12];
+                for (unsigned a = 0; a < n; ++a) u[a] = w.U_ref.get(IDs[a]);
                 for (unsigned a = 0; a < n; ++a) {
-                    double f = 0.0;
-                    for (unsigned c = 0; c < 3; ++c)
-                        f -= (moved_U ? kU * G[c][a] * gU[c] : 0.0) + (moved_R ? kR * H[c][a] * gR[c] : 0.0);
-                    F[a < nm ? a : first + a - nm] += f;
+                    double Ku = 0.0;
+                    for (unsigned b = 0; b < n; ++b) Ku += K[a][b] * u[b];
+                    energy += 0.5 * u[a] * Ku;
+                    if (vector) F[at(a)] -= Ku;
                 }
+            } else {
+                const bool moved_U = gU[0] != 0.0 || gU[1] != 0.0 || gU[2] != 0.0;
+                const bool moved_R = with_rotations && (gR[0] != 0.0 || gR[1] != 0.0 || gR[2] != 0.0);
+                energy += 0.5 * kU * (gU[0] * gU[0] + gU[1] * gU[1] + gU[2] * gU[2]);
+                if (with_rotations) energy += 0.5 * kR * (gR[0] * gR[0] + gR[1] * gR[1] + gR[2] * gR[2]);
+                if (vector && (moved_U || moved_R))
+                    for (unsigned a = 0; a < n; ++a)
+                        for (unsigned c = 0; c < 3; ++c)
+                            F[at(a)] -= (moved_U ? kU * G[c][a] * gU[c] : 0.0) + (moved_R ? kR * H[c][a] * gR[c] : 0.0);
             }
             if (!matrix) continue;
             element_block& b = w.Kblocks.emplace_back();
             if (!b.K.resize(n, 0.0) || !b.DOFs.resize(n)) return memory_error;
             for (unsigned a = 0; a < n; ++a) b.DOFs[a] = IDs[a];
-            for (unsigned q = 0; q < n; ++q)
-                for (unsigned p = 0; p <= q; ++p) {
-                    double k = 0.0;
-                    for (unsigned c = 0; c < 3; ++c) k += kU * G[c][p] * G[c][q] + kR * H[c][p] * H[c][q];
-                    b.K(p, q) = k;
-                }
+            for (unsigned a = 0; a < n; ++a)
+                for (unsigned p = 0; p <= a; ++p) b.K(p, a) = K[p][a];
         }
         w.energy = energy;
         if (!w.DOFs.resize(unsigned(all.size()))) return memory_error;

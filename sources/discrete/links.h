@@ -109,10 +109,33 @@ public:
     unsigned second_mask = all_rotations;
     bool with_rotations = true;
 
+    // q = Q(t) r, what the master's rotation t adds to the arm r, with dq[c][j] =
+    // dq_c / dt_j and d2q[c][j][k] its second derivatives. Small rotations: t x r.
+    virtual void turned_arm(const double (&t)[3], const double (&r)[3], double (&q)[3], double (&dq)[3][3],
+                            double (&d2q)[3][3][3]) const noexcept;
+
 protected:
     // The components of each field that the masks select, as bits.
     unsigned displacement_bits() const noexcept;
     unsigned rotation_bits() const noexcept;
+};
+
+// The coefficients of the rotation tensor R(t) = I + a0 [t]x + a1 [t]x [t]x as
+// functions of s = |t|², with their first (b) and second (c) derivatives in s:
+// a0 = sin|t| / |t|, a1 = (1 - cos|t|) / |t|². Closed forms above |t| = 0.1, their
+// series below, where the closed forms lose their digits.
+struct rotation_coefficients {
+    double a0, a1, b0, b1, c0, c1;
+};
+rotation_coefficients rotation_coefficients_of(double s) noexcept;
+
+// The rigid body under finite rotations of its master: g_U = U_s - U_m - Q(R_m) r
+// with Q = R(R_m) - I, and the consistent tangent with its geometric part.
+class rigid_body_ft : public rigid_body_st {
+public:
+    using rigid_body_st::rigid_body_st;
+    void turned_arm(const double (&t)[3], const double (&r)[3], double (&q)[3], double (&dq)[3][3],
+                    double (&d2q)[3][3][3]) const noexcept override;
 };
 
 } // namespace kelt::core

@@ -50,6 +50,7 @@ template void discrete_element::make<core::link_directional>(context&);
 template void discrete_element::make<core::link_directional_gnl>(context&);
 template void discrete_element::make<core::link_drill>(context&);
 template void discrete_element::make<core::rigid_body_st>(context&);
+template void discrete_element::make<core::rigid_body_ft>(context&);
 
 // ---------------------------------------------------------------- springs
 

@@ -142,4 +142,8 @@ error_type rigid_diaphragm_lin::get_params(dense1D<unsigned, 8>& nodes, unsigned
     });
 }
 
+void rigid_body_gnl::create(context& ctx) { make<core::rigid_body_ft>(ctx); }
+
+void rigid_diaphragm_gnl::create(context& ctx) { make<core::rigid_body_ft>(ctx); }
+
 } // namespace kelt::fem

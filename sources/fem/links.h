@@ -111,4 +111,21 @@ public:
     [[nodiscard]] error_type get_params(dense1D<unsigned, 8>& nodes, unsigned& normal_axis) const;
 };
 
+// The same bodies under finite rotations of the master: the slaves follow
+// u_s = u_m + (R(R_m) - I) r with R the rotation tensor of the rotation vector R_m,
+// for the Newton solver, whose tangent includes the turn of the arm.
+class rigid_body_gnl : public rigid_body_lin {
+public:
+    rigid_body_gnl() = default;
+    explicit rigid_body_gnl(context& ctx) { create(ctx); }
+    void create(context& ctx);
+};
+
+class rigid_diaphragm_gnl : public rigid_diaphragm_lin {
+public:
+    rigid_diaphragm_gnl() = default;
+    explicit rigid_diaphragm_gnl(context& ctx) { create(ctx); }
+    void create(context& ctx);
+};
+
 } // namespace kelt::fem
