@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -396,4 +397,135 @@ TEST(rigid_body, bad_input_is_refused_with_its_code)
     e.w.pos = pos;
     ASSERT_EQ(one.compute_element(core::kind_stiffness, e.w), no_error);
     EXPECT_TRUE(e.w.DOFs.empty() && e.w.Kblocks.empty());
+}
+
+// The coefficients of the rotation tensor: the closed forms and the series meet at
+// |t| = 0.1, where the closed forms lose eps times the ratio of the terms of their
+// numerators to its value: 1 for a, up to 1e4 for b (0.02 against 2 |t|^4 b1),
+// up to 1e8 for c (8 against 4 |t|^6 c1). Each derivative is the central difference of its function (error
+// ~ ds², 1e-9).
+TEST(rigid_body_gnl, rotation_coefficients_are_continuous_and_derive_each_other)
+{
+    auto k = core::rotation_coefficients_of;
+    const core::rotation_coefficients below = k(0.01 * (1 - 1e-12)), above = k(0.01 * (1 + 1e-12));
+    const double lo[6] = {below.a0, below.a1, below.b0, below.b1, below.c0, below.c1};
+    const double hi[6] = {above.a0, above.a1, above.b0, above.b1, above.c0, above.c1};
+    const double lost[6] = {1e-14, 1e-14, 1e-11, 1e-11, 1e-6, 1e-6};
+    for (unsigned i = 0; i < 6; ++i) EXPECT_NEAR(lo[i], hi[i], lost[i] * std::fabs(lo[i])) << i;
+    for (double s : {0.004, 0.3, 2.5}) {
+        SCOPED_TRACE(s);
+        const double ds = 1e-5 * s;
+        const core::rotation_coefficients m = k(s - ds), p = k(s + ds), c = k(s);
+        EXPECT_NEAR(c.a0, std::sin(std::sqrt(s)) / std::sqrt(s), 1e-15);
+        EXPECT_NEAR(c.a1, (1 - std::cos(std::sqrt(s))) / s, 1e-12);
+        EXPECT_NEAR(c.b0, (p.a0 - m.a0) / (2 * ds), 1e-8);
+        EXPECT_NEAR(c.b1, (p.a1 - m.a1) / (2 * ds), 1e-8);
+        EXPECT_NEAR(c.c0, (p.b0 - m.b0) / (2 * ds), 1e-8);
+        EXPECT_NEAR(c.c1, (p.b1 - m.b1) / (2 * ds), 1e-8);
+    }
+}
+
+namespace {
+
+// The blocks of a rigid body summed into one dense matrix over the DOFs of its vector.
+std::vector<double> dense_of(const core::element_work_type& w)
+{
+    const unsigned n = w.DOFs.size();
+    std::vector<double> K(n * n, 0.0);
+    for (const core::element_block& b : w.Kblocks)
+        for (unsigned i = 0; i < b.DOFs.size(); ++i)
+            for (unsigned j = 0; j < b.DOFs.size(); ++j)
+                for (unsigned a = 0; a < n; ++a)
+                    for (unsigned c = 0; c < n; ++c)
+                        if (w.DOFs[a] == b.DOFs[i] && w.DOFs[c] == b.DOFs[j])
+                            K[a * n + c] += b.K(std::min(i, j), std::max(i, j));
+    return K;
+}
+
+} // namespace
+
+// A quarter turn of the master about each axis carries the slaves exactly by the
+// rotation tensor: no force, no energy, where the small-rotation body resists.
+TEST(rigid_body_gnl, a_quarter_turn_carries_the_slaves_by_the_rotation_tensor)
+{
+    const double r[2][3] = {{1.0, 2.0, -0.5}, {-3.0, 0.5, 1.5}};
+    dense2D<double> pos(3, 3, 0.0);
+    for (unsigned s = 0; s < 2; ++s)
+        for (unsigned c = 0; c < 3; ++c) pos(c, s + 1) = r[s][c];
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        SCOPED_TRACE(axis);
+        const unsigned a = (axis + 1) % 3, b = (axis + 2) % 3; // x_a -> x_b, x_b -> -x_a
+        std::vector<std::pair<unsigned, double>> U{{id(0, 3 + axis), std::acos(0.0)}, {id(1, 3 + axis), std::acos(0.0)},
+                                                   {id(2, 3 + axis), std::acos(0.0)}};
+        for (unsigned s = 0; s < 2; ++s) {
+            double turned[3] = {r[s][0], r[s][1], r[s][2]};
+            turned[b] = r[s][a], turned[a] = -r[s][b];
+            for (unsigned c = 0; c < 3; ++c) U.emplace_back(id(s + 1, c), turned[c] - r[s][c]);
+        }
+        for (bool finite : {true, false}) {
+            element_run e(U, 1e6, 1e6);
+            e.w.pos = pos;
+            core::rigid_body_st lin(nullptr);
+            core::rigid_body_ft gnl(nullptr);
+            core::rigid_body_st& body = finite ? gnl : lin;
+            ASSERT_EQ(body.init(list({0, 1, 2}), 15, 31, true), no_error);
+            ASSERT_EQ(body.compute_element(core::kind_stiffness, e.w), no_error);
+            double largest = 0.0;
+            for (double f : e.w.Fe) largest = std::max(largest, std::fabs(f));
+            if (finite) {
+                EXPECT_LT(largest, 1e-9 * 1e6);
+                EXPECT_LT(e.w.energy, 1e-18 * 1e6);
+            } else {
+                EXPECT_GT(largest, 0.1 * 1e6);
+            }
+        }
+    }
+}
+
+// The tangent is the derivative of the element's own vector, by central
+// differences (error ~ h² |F'''| ~ 1e-12, rounding eps |F| / h ~ 1e-10 of K),
+// for rotations on both sides of the switch of the coefficients, and masks.
+TEST(rigid_body_gnl, the_tangent_is_the_derivative_of_the_vector)
+{
+    std::mt19937 gen(11);
+    std::uniform_real_distribution<double> rnd(-1.0, 1.0);
+    dense2D<double> pos(3, 3);
+    for (unsigned j = 0; j < 3; ++j)
+        for (unsigned c = 0; c < 3; ++c) pos(c, j) = 2.0 * rnd(gen);
+    const unsigned masks[][2] = {{15, 31}, {8 | 3, 24 | 4}, {8 | 5, 24 | 7}};
+    for (double turn : {0.05, 1.3})
+        for (const auto& m : masks) {
+            SCOPED_TRACE(turn * 1000 + m[0]);
+            std::vector<std::pair<unsigned, double>> U;
+            for (unsigned j = 0; j < 3; ++j)
+                for (unsigned place = 0; place < 6; ++place)
+                    U.emplace_back(id(j, place), (j == 0 && place >= 3 ? turn : 0.1) * rnd(gen));
+            core::rigid_body_ft body(nullptr);
+            ASSERT_EQ(body.init(list({0, 1, 2}), m[0], m[1], true), no_error);
+            auto evaluate = [&](const std::vector<std::pair<unsigned, double>>& state) {
+                auto e = std::make_unique<element_run>(state, 1.0, 2.0);
+                e->w.pos = pos;
+                EXPECT_EQ(body.compute_element(core::kind_stiffness, e->w), no_error);
+                return e;
+            };
+            auto e = evaluate(U);
+            const std::vector<double> K = dense_of(e->w);
+            const unsigned n = e->w.DOFs.size();
+            double scale = 0.0;
+            for (double v : K) scale = std::max(scale, std::fabs(v));
+            const double h = 1e-6;
+            for (unsigned j = 0; j < n; ++j) {
+                auto moved = [&](double by) {
+                    auto V = U;
+                    for (auto& [ID, v] : V)
+                        if (ID == e->w.DOFs[j]) v += by;
+                    return evaluate(V);
+                };
+                auto p = moved(h), q = moved(-h);
+                for (unsigned i = 0; i < n; ++i)
+                    EXPECT_NEAR(K[i * n + j], -(p->force(e->w.DOFs[i]) - q->force(e->w.DOFs[i])) / (2 * h),
+                                1e-6 * scale)
+                        << i << " " << j;
+            }
+        }
 }
