@@ -1,5 +1,7 @@
 #include "kelt/fem/links.h"
 
+#include <limits>
+
 #include "kelt/discrete/links.h"
 #include "kelt/fem/handle_call.h"
 
@@ -145,5 +147,21 @@ error_type rigid_diaphragm_lin::get_params(dense1D<unsigned, 8>& nodes, unsigned
 void rigid_body_gnl::create(context& ctx) { make<core::rigid_body_ft>(ctx); }
 
 void rigid_diaphragm_gnl::create(context& ctx) { make<core::rigid_body_ft>(ctx); }
+
+// ---------------------------------------------------------------- tie rods
+
+error_type tie_rods::init(const dense2D<unsigned>& connectivity, double k, double p1, double p2, double p3, bool side)
+{
+    // Stiffness k beyond the strain 0 (tension) or up to it (compression), 0 on
+    // the other side; the last breakpoint is the largest finite double.
+    dense2D<double> table(2, 2, 0.0);
+    table(1, 0) = std::numeric_limits<double>::max();
+    table(side ? 1 : 0, 1) = k;
+    law_spring_nl law;
+    model_rod_lin physics;
+    if (auto e = law.init(table, p1, p2, p3, 0.0); e != no_error) return e;
+    if (auto e = physics.init(law); e != no_error) return e;
+    return numerical_model_stiff_lin::init(*ctx_, physics, connectivity, element_edge2);
+}
 
 } // namespace kelt::fem

@@ -14,6 +14,7 @@
 #pragma once
 
 #include "kelt/fem/discrete_elements.h"
+#include "kelt/fem/numerical_models.h"
 
 namespace kelt::fem {
 
@@ -126,6 +127,22 @@ public:
     rigid_diaphragm_gnl() = default;
     explicit rigid_diaphragm_gnl(context& ctx) { create(ctx); }
     void create(context& ctx);
+};
+
+// Rods that carry load on one side only, each column of the connectivity a
+// two-node rod of axial stiffness k (a law_spring_nl of two rows): with side true
+// they act in tension only, with side false in compression only. p1, p2, p3 are
+// the law's value kept for the host, its thermal expansion and its initial
+// strain. Their stiffness changes with the state: they are for the Newton solver
+// (a linear solve sees a tie rod at zero strain as slack in tension).
+class tie_rods : public numerical_model_stiff_lin {
+public:
+    explicit tie_rods(context& ctx) : numerical_model_stiff_lin(ctx), ctx_(&ctx) {}
+    [[nodiscard]] error_type init(const dense2D<unsigned>& connectivity, double k, double p1, double p2, double p3,
+                                  bool side);
+
+private:
+    context* ctx_;
 };
 
 } // namespace kelt::fem

@@ -529,3 +529,51 @@ TEST(rigid_body_gnl, the_tangent_is_the_derivative_of_the_vector)
             }
         }
 }
+
+// A tie rod is the plain rod of the same stiffness on its active side and nothing
+// on the other: tension only with side true, compression only with side false.
+TEST(tie_rods, carry_force_on_their_side_only)
+{
+    test_context t;
+    dense2D<double> pos(3, 2, 0.0);
+    pos(0, 1) = 2.0, pos(1, 1) = 1.0;
+    dense2D<unsigned> rod(2, 1);
+    rod(0, 0) = 0, rod(1, 0) = 1;
+    const double k = 5e4;
+    fem::law_spring law;
+    ASSERT_EQ(law.init(reals({k, 0.0, 0.0})), no_error);
+    fem::model_rod_lin physics;
+    ASSERT_EQ(physics.init(law), no_error);
+    fem::numerical_model_stiff_lin plain(t.ctx);
+    ASSERT_EQ(plain.init(t.ctx, physics, rod, element_edge2), no_error);
+    auto forces = [&](const fem::numerical_model_base& m, double stretch) {
+        core::element_pass_type pass;
+        pass.pos = pos;
+        Ptr<vector_fast> rows(new vector_fast);
+        for (unsigned c = 0; c < 3; ++c) rows->push_back(id(1, c)), pass.U.values.push_back(stretch * pos(c, 1));
+        pass.U.rows = rows;
+        auto* core_model = static_cast<core::numerical_model_base*>(fem::core_of(m));
+        core::element_work_type w;
+        w.start(pass, core_model->ID);
+        w.element = 0;
+        w.vector_mode = 1;
+        EXPECT_EQ(core_model->compute_element(core::kind_stiffness, w), no_error);
+        std::vector<double> F(3, 0.0);
+        for (unsigned i = 0; i < w.DOFs.size() && i < w.Fe.size(); ++i)
+            for (unsigned c = 0; c < 3; ++c)
+                if (w.DOFs[i] == id(1, c)) F[c] = w.Fe[i];
+        return F;
+    };
+    for (bool side : {true, false}) {
+        fem::tie_rods ties(t.ctx);
+        ASSERT_EQ(ties.init(rod, k, 0.0, 0.0, 0.0, side), no_error);
+        for (double stretch : {1e-3, -1e-3}) {
+            SCOPED_TRACE(side * 10 + stretch);
+            const std::vector<double> expected = forces(plain, stretch), got = forces(ties, stretch);
+            const bool active = side == (stretch > 0.0);
+            ASSERT_GT(std::fabs(expected[0]), 0.0);
+            for (unsigned c = 0; c < 3; ++c)
+                EXPECT_NEAR(got[c], active ? expected[c] : 0.0, 1e-12 * std::fabs(expected[0])) << c;
+        }
+    }
+}
