@@ -7,6 +7,7 @@
 #include "kelt/fem/bases_mgr.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/discrete_elements.h"
+#include "kelt/fem/links.h"
 #include "kelt/fem/DOFs_mgr.h"
 #include "kelt/fem/evolution_funcs_mgr.h"
 #include "kelt/fem/FEM_matrix.h"

@@ -4,6 +4,7 @@
 
 #include "kelt/core/context.h"
 #include "kelt/discrete/discrete_elements.h"
+#include "kelt/discrete/links.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/handle_call.h"
 
@@ -41,6 +42,15 @@ void discrete_element::make(context& ctx)
         // An empty handle: its operations then answer invalid_data_error.
     }
 }
+
+// The constraints' handles live in links.cpp.
+template void discrete_element::make<core::link>(context&);
+template void discrete_element::make<core::link_gnl>(context&);
+template void discrete_element::make<core::link_directional>(context&);
+template void discrete_element::make<core::link_directional_gnl>(context&);
+template void discrete_element::make<core::link_drill>(context&);
+template void discrete_element::make<core::rigid_body_st>(context&);
+template void discrete_element::make<core::rigid_body_ft>(context&);
 
 // ---------------------------------------------------------------- springs
 
