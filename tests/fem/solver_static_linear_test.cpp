@@ -400,8 +400,9 @@ TEST(solver_thermal_static_linear, held_ends_and_a_flux_give_a_linear_temperatur
 // ---------------------------------------------------------------------------------
 // The energy of a case is U.K.U / 2 over all its rows, free and held: ten hexa8 with
 // one end held at 0 and the other at `end` store (EA / L) end^2 / 2, or (kA / L)
-// end^2 / 2 in conduction (A = L = 1), with the held end out of K, or in K when a
-// second case loads it instead; the energy solver reads the same from the field.
+// end^2 / 2 in conduction (A = L = 1), plus c end^2 / 2 a DOF of a diagonal user
+// matrix c on the held end, with that end out of K, or in K when a second case
+// loads it instead; the energy solver reads the same from the field.
 
 template <class Solver>
 void bar_energy(fem::problem_data& problem, unsigned cases, double expected)
@@ -422,7 +423,7 @@ void bar_energy(fem::problem_data& problem, unsigned cases, double expected)
 
 TEST(held_bar_energy, is_half_UKU_on_both_paths_mechanical_and_thermal)
 {
-    const double size[3] = {1, 1, 1}, E = 2000.0, k = 0.2;
+    const double size[3] = {1, 1, 1}, E = 2000.0, k = 0.2, c = 0.05;
     for (bool thermal : {false, true})
         for (unsigned cases : {1u, 2u})
             for (unsigned threads : {1u, 2u}) {
@@ -430,8 +431,18 @@ TEST(held_bar_energy, is_half_UKU_on_both_paths_mechanical_and_thermal)
                 test_context t;
                 t.ctx.set_max_threads(threads);
                 mesh m = box_mesh(element_hexa8, size, {10, 1, 1});
-                fem::problem_data problem = t.problem(m, thermal ? t.conduction(m, k) : t.solid(m, E, 0.0), cases);
                 const double end = thermal ? 100.0 : 1.0;
+                dense1D<double, 8> values;
+                dense1D<unsigned, 8> IDs;
+                for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+                    if (m.pos(0, node) == size[0])
+                        values.push_back(c), IDs.push_back(thermal ? fem::DOFs_mgr::ID(node, temperature_tag, 0) : dof(node, 0));
+                fem::stiffness_diag spring(t.ctx);
+                fem::thermal_diag film(t.ctx);
+                ASSERT_EQ(thermal ? film.init(values, IDs) : spring.init(values, IDs), no_error);
+                const unsigned body = thermal ? t.conduction(m, k) : t.solid(m, E, 0.0);
+                fem::problem_data problem =
+                    t.problem(m, t.composite({body, thermal ? film.get_ID() : spring.get_ID()}), cases);
                 for (unsigned i = 0; i < cases; ++i)
                     for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
                         fem::loads_mgr loads = problem.get_loads_mgr(i);
@@ -448,7 +459,7 @@ TEST(held_bar_energy, is_half_UKU_on_both_paths_mechanical_and_thermal)
                             ASSERT_EQ(loads.record_DOF_load(ID, 1.0, no_func), no_error);
                         }
                     }
-                const double expected = 0.5 * (thermal ? k : E) * end * end;
+                const double expected = 0.5 * ((thermal ? k : E) + 4 * c) * end * end;
                 if (thermal)
                     bar_energy<fem::solver_thermal_static_linear>(problem, cases, expected);
                 else
