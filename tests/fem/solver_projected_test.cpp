@@ -176,6 +176,42 @@ TEST(projected_solid, patch_test_on_distorted_meshes)
     }
 }
 
+// A projection on 1, x, y, z leaves a quadratic field its strain, whose volume change
+// is linear: with every node held at such a field on sheared (affine) cells, the
+// energy of the projected solids is that of the plain ones.
+TEST(projected_solid, keeps_the_strain_of_a_quadratic_field_on_the_quadratic_shapes)
+{
+    const double A[3][3] = {{1.0, 0.3, -0.2}, {0.1, 0.9, 0.4}, {-0.3, 0.2, 1.1}};
+    const auto field = [](const double* x, unsigned i) {
+        const double q[3] = {x[0] * x[1] + 0.5 * x[2] * x[2], x[0] * x[0] - x[1] * x[2], x[1] * x[1] + x[0] * x[2]};
+        return 1e-3 * q[i];
+    };
+    for (element_type type : {element_hexa27, element_wedge18}) {
+        double energy[2] = {};
+        for (bool projected : {false, true}) {
+            test_context t;
+            mesh m = box_mesh(type, {1.0, 1.0, 1.0}, {2, 1, 1});
+            for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+                const double x[3] = {m.pos(0, node), m.pos(1, node), m.pos(2, node)};
+                for (unsigned i = 0; i < 3; ++i) m.pos(i, node) = A[i][0] * x[0] + A[i][1] * x[1] + A[i][2] * x[2];
+            }
+            fem::problem_data problem = t.problem(m, t.solid(m, 1.0, 0.4999, projected), 1);
+            for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+                for (unsigned i = 0; i < 3; ++i) {
+                    const double x[3] = {m.pos(0, node), m.pos(1, node), m.pos(2, node)};
+                    ASSERT_EQ(problem.get_loads_mgr(0).record_DOF_prescribed_value(dof(node, i), field(x, i), no_func),
+                              no_error);
+                }
+            fem::solver_static_linear solver;
+            fem::solver_static_linear::data_type data(problem);
+            solver.run(data);
+            ASSERT_EQ(data.error_code, no_error) << data.msg_title;
+            energy[projected] = data.energies[0];
+        }
+        EXPECT_NEAR(energy[1], energy[0], 1e-12 * energy[0]) << type;
+    }
+}
+
 // The eigenvalues of one element matrix of a model, ascending.
 std::vector<double> element_eigenvalues(const fem::problem_data& problem, unsigned element)
 {
