@@ -33,20 +33,32 @@ double lame_error(element_type type, double nu, bool projected, const unsigned (
     const double a = 1.0, b = 2.0, E = 1000.0, p = 1.0;
     test_context t;
     sphere_octant s(type, a, b, n);
-    const unsigned face = t.load_only(s.inner);
-    fem::problem_data problem = t.problem(s.solid, t.composite({t.solid(s.solid, E, nu, projected), face}), 1);
-    fem::loads_mgr loads = problem.get_loads_mgr(0);
-    for (unsigned node = 0; node < s.solid.nbr_nodes(); ++node)
-        for (unsigned i = 0; i < 3; ++i)
-            if (std::fabs(s.solid.pos(i, node)) < 1e-12) {
-                EXPECT_EQ(loads.record_DOF_prescribed_value(dof(node, i), 0.0, no_func), no_error);
-            }
+    // The pressure's nodal forces first (the loads of a run that stops after its
+    // right-hand sides), then the solid alone under those forces.
+    const unsigned face = t.load_only(s.inner), solid = t.solid(s.solid, E, nu, projected);
+    fem::problem_data faces = t.problem(s.solid, t.composite({solid, face}), 1);
     fem::elementary_load pressure;
     pressure.kind = core::load_pressure;
     pressure.values.push_back(p);
     for (unsigned e = 0; e < s.inner.cells.cols(); ++e)
-        EXPECT_EQ(loads.record_NM_load(face, e, pressure, no_func), no_error);
+        EXPECT_EQ(faces.get_loads_mgr(0).record_NM_load(face, e, pressure, no_func), no_error);
     fem::solver_static_linear solver;
+    solver.settings.RHS_only = true;
+    fem::solver_static_linear::data_type forces(faces);
+    solver.run(forces);
+    EXPECT_EQ(forces.error_code, no_error);
+    solver.settings.RHS_only = false;
+    fem::problem_data problem = t.problem(s.solid, solid, 1);
+    fem::loads_mgr loads = problem.get_loads_mgr(0);
+    for (unsigned node = 0; node < s.solid.nbr_nodes(); ++node)
+        for (unsigned i = 0; i < 3; ++i) {
+            double f = 0.0;
+            if (std::fabs(s.solid.pos(i, node)) < 1e-12) {
+                EXPECT_EQ(loads.record_DOF_prescribed_value(dof(node, i), 0.0, no_func), no_error);
+            } else if (forces.U.getID_val(dof(node, i), 0, f) == no_error && f != 0.0) {
+                EXPECT_EQ(loads.record_DOF_load(dof(node, i), f, no_func), no_error);
+            }
+        }
     fem::solver_static_linear::data_type data(problem);
     solver.run(data);
     code = data.error_code;
