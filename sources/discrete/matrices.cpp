@@ -84,19 +84,21 @@ void diagonal_values::evaluate(multiplier_rule rule, element_work_type& w) const
     const DOF_values_view* U = multiplier(rule, w);
     const bool matrix = w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material;
     const bool vector = U && w.vector_mode == 1;
-    if (!matrix && !vector) return;
+    if (!matrix && !U) return;
     if (!copy_DOFs(w, DOFs)) throw std::bad_alloc();
     if (matrix) {
         if (!w.Kdiag.resize(n)) throw std::bad_alloc();
         for (unsigned i = 0; i < n; ++i) w.Kdiag[i] = w.factor * values[i];
     }
-    if (vector) {
-        if (!w.Fe.resize(n)) throw std::bad_alloc();
+    // The energy whenever the pass gives values, as the mesh models give theirs: a
+    // product through the elements asks for no vector, yet reads it.
+    if (U) {
+        if (vector && !w.Fe.resize(n)) throw std::bad_alloc();
         double e = 0.0;
         for (unsigned i = 0; i < n; ++i) {
-            const double u = U->get(DOFs[i]);
-            w.Fe[i] = -w.factor * values[i] * u;
-            e += w.Fe[i] * u;
+            const double u = U->get(DOFs[i]), f = -w.factor * values[i] * u;
+            if (vector) w.Fe[i] = f;
+            e += f * u;
         }
         w.energy = -0.5 * e;
     }
@@ -143,7 +145,7 @@ void symmetric_values::evaluate(multiplier_rule rule, bool diagonal_on_mode2, el
     const DOF_values_view* U = multiplier(rule, w);
     const bool matrix_wanted = w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material;
     const bool vector = U && w.vector_mode == 1;
-    if (!matrix_wanted && !vector) return;
+    if (!matrix_wanted && !U) return;
     if (!copy_DOFs(w, DOFs)) throw std::bad_alloc();
     if (matrix_wanted && diagonal_on_mode2 && w.matrix_mode == matrix_material) {
         if (!w.Kdiag.resize(n)) throw std::bad_alloc();
@@ -153,7 +155,8 @@ void symmetric_values::evaluate(multiplier_rule rule, bool diagonal_on_mode2, el
         const std::size_t packed = std::size_t(n) * (n + 1) / 2;
         for (std::size_t k = 0; k < packed; ++k) w.Ke.data()[k] = w.factor * matrix.data()[k];
     }
-    if (vector) symmetric_force(matrix, DOFs, *U, w);
+    if (U) symmetric_force(matrix, DOFs, *U, w); // its energy, as for the diagonal
+    if (!vector) w.Fe.clear();
 }
 
 // ---------------------------------------------------------------- mass_punctual

@@ -300,17 +300,20 @@ bool list_DOFs(const unsigned* nodes, const unsigned (&places)[NP], dense1D<unsi
     return true;
 }
 
-// What a linear element gives from its assembled matrix: with a vector, Fe = -Ke u
-// and the energy u.Ke.u / 2 at the element's values u (n of them); then Ke dropped
-// when the pass asks for no matrix.
+// What a linear element gives from its assembled matrix at the element's values u
+// (n of them): the energy u.Ke.u / 2 whenever the pass gives values, as the solids
+// give theirs (a product through the elements and the energy solver ask for no
+// vector, yet read the energy); with a vector, Fe = -Ke u; then Ke dropped when
+// the pass asks for no matrix.
 [[nodiscard]] inline error_type linear_outputs(element_work_type& w, const double* u, unsigned n)
 {
-    if (w.vector_mode == 1) {
-        if (!w.Fe.resize(n)) return memory_error;
+    const bool vector = w.vector_mode == 1;
+    if (vector || !w.U.empty()) {
+        if (vector && !w.Fe.resize(n)) return memory_error;
         for (unsigned i = 0; i < n; ++i) {
             double s = 0.0;
             for (unsigned j = 0; j < n; ++j) s += w.Ke(i, j) * u[j];
-            w.Fe[i] = -s;
+            if (vector) w.Fe[i] = -s;
             w.energy += 0.5 * s * u[i];
         }
     }
@@ -323,7 +326,7 @@ template <unsigned NN, unsigned NP>
 [[nodiscard]] error_type linear_outputs(element_work_type& w, const unsigned* nodes, const unsigned (&places)[NP])
 {
     double u[NN * NP];
-    if (w.vector_mode == 1) gather_values<NN>(w.U, nodes, places, u);
+    if (w.vector_mode == 1 || !w.U.empty()) gather_values<NN>(w.U, nodes, places, u);
     return linear_outputs(w, u, NN * NP);
 }
 

@@ -98,7 +98,14 @@ inline constexpr rule_entry gauss_faceT[21] = {
 inline constexpr double tetra4_p = 0.5854101966249685, tetra4_q = 0.1381966011250105;
 inline constexpr double tetra11_u = 0.7857142857142857, tetra11_v = 0.0714285714285714;
 inline constexpr double tetra11_w = 0.1005964238332008, tetra11_x = 0.3994035761667992;
-inline constexpr rule_entry gauss_tetra[21] = {
+// 14 points of positive weights, degree 5: two sets at (a, a, a) and the other
+// three corners' images, one at two coordinates b and two 1/2 - b.
+inline constexpr double tetra14_a1 = 0.3108859192633006, tetra14_r1 = 1.0 - 3.0 * tetra14_a1;
+inline constexpr double tetra14_a2 = 0.0927352503108912, tetra14_r2 = 1.0 - 3.0 * tetra14_a2;
+inline constexpr double tetra14_b = 0.0455037041256496, tetra14_c = 0.5 - tetra14_b;
+inline constexpr double tetra14_w1 = 0.1126879257180159, tetra14_w2 = 0.0734930431163619,
+                        tetra14_w3 = 0.0425460207770815;
+inline constexpr rule_entry gauss_tetra[35] = {
     {{0.25, 0.25, 0.25}, 1.0},
 
     {{tetra4_p, tetra4_q, tetra4_q}, 0.25},
@@ -123,6 +130,21 @@ inline constexpr rule_entry gauss_tetra[21] = {
     {{tetra11_x, tetra11_w, tetra11_w}, 0.1493333333333333},
     {{tetra11_w, tetra11_x, tetra11_w}, 0.1493333333333333},
     {{tetra11_w, tetra11_w, tetra11_x}, 0.1493333333333333},
+
+    {{tetra14_a1, tetra14_a1, tetra14_a1}, tetra14_w1},
+    {{tetra14_r1, tetra14_a1, tetra14_a1}, tetra14_w1},
+    {{tetra14_a1, tetra14_r1, tetra14_a1}, tetra14_w1},
+    {{tetra14_a1, tetra14_a1, tetra14_r1}, tetra14_w1},
+    {{tetra14_a2, tetra14_a2, tetra14_a2}, tetra14_w2},
+    {{tetra14_r2, tetra14_a2, tetra14_a2}, tetra14_w2},
+    {{tetra14_a2, tetra14_r2, tetra14_a2}, tetra14_w2},
+    {{tetra14_a2, tetra14_a2, tetra14_r2}, tetra14_w2},
+    {{tetra14_b, tetra14_b, tetra14_c}, tetra14_w3},
+    {{tetra14_b, tetra14_c, tetra14_b}, tetra14_w3},
+    {{tetra14_c, tetra14_b, tetra14_b}, tetra14_w3},
+    {{tetra14_b, tetra14_c, tetra14_c}, tetra14_w3},
+    {{tetra14_c, tetra14_b, tetra14_c}, tetra14_w3},
+    {{tetra14_c, tetra14_c, tetra14_b}, tetra14_w3},
 };
 
 // The pyramid on the square [-1, 1]^2 at t = 0 with its apex at (0, 0, 1), weights
@@ -166,7 +188,7 @@ struct rule_row {
     unsigned degree;
 };
 inline constexpr rule_row faceT_rows[] = {{1, 0, 1}, {3, 1, 2}, {4, 4, 3}, {6, 8, 4}, {7, 14, 5}};
-inline constexpr rule_row tetra_rows[] = {{1, 0, 1}, {4, 1, 2}, {5, 5, 3}, {11, 10, 4}};
+inline constexpr rule_row tetra_rows[] = {{1, 0, 1}, {4, 1, 2}, {5, 5, 3}, {11, 10, 4}, {14, 21, 5}};
 inline constexpr rule_row pyramid_rows[] = {{1, 0, 1}, {8, 1, 3}, {27, 9, 5}};
 
 // The weights of the tables sum to 1 on the tetrahedron and the pyramid: the cell's

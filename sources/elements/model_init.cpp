@@ -54,7 +54,7 @@ error_type make_stiff_mesh(context_type* context, physics_base* physics, const d
                            element_type type, Ptr<numerical_model_base>& out)
 {
     return make_first(context, physics, mesh, type,
-                      {make_solid_stiff, make_line_stiff, make_distributed_spring_2d, make_plate_stiff,
+                      {make_solid_stiff, make_solid_projected, make_line_stiff, make_distributed_spring_2d, make_plate_stiff,
                        make_shell_stiff, make_plane_stiff},
                       out);
 }

@@ -32,6 +32,10 @@ namespace kelt::core {
 // that the family has no instance of. Each lives in its family's own file.
 [[nodiscard]] error_type make_solid_stiff(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
                                           element_type type, Ptr<numerical_model_base>& out);
+// Solids of projected volumetric strain (solid_projected_family.cpp).
+[[nodiscard]] error_type make_solid_projected(context_type* context, physics_base& physics,
+                                              const dense2D<unsigned>& mesh, element_type type,
+                                              Ptr<numerical_model_base>& out);
 [[nodiscard]] error_type make_solid_mass(context_type* context, physics_base& physics, const dense2D<unsigned>& mesh,
                                          element_type type, Ptr<numerical_model_base>& out);
 [[nodiscard]] error_type make_conduction_3d(context_type* context, physics_base& physics,

@@ -36,6 +36,7 @@ inline constexpr unsigned physics_plane_strain_code = 8000;
 inline constexpr unsigned physics_axi3d_code = 12000;
 inline constexpr unsigned physics_axi_torsion_code = 13000;
 inline constexpr unsigned physics_heat_conduction_2d_code = 18000;
+inline constexpr unsigned physics_solid_projected_code = 4500;
 // Added to the first code by the finite variant of the axisymmetric solids.
 inline constexpr unsigned axi_finite_variant_offset = 100;
 // Added to the first code by the finite variants.
@@ -88,6 +89,24 @@ public:
 using solid_small = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_solid_stiff>;
 using solid_finite = mechanical_displacement_3d<small_strain_tag, finite_transformation_tag, law_solid_stiff>;
 using solid_mass = mechanical_displacement_3d<small_strain_tag, small_transformation_tag, law_scalar>;
+
+// Solids for materials near incompressibility: three translations per node, each
+// element's volumetric strain projected on fewer terms (volume_projection.h).
+template <class Strain, class Transformation, class Law>
+class mechanical_displacement_3d_projected
+    : public physics_with_law<Law, physics_solid_projected_code,
+                              physics_solid_projected_code + variant_offset<Transformation>> {
+public:
+    static constexpr bool finite = is_finite<Transformation>;
+    static constexpr unsigned accepted_loads = load_bit(load_force);
+
+    using mechanical_displacement_3d_projected::physics_with_law::physics_with_law;
+
+    unsigned axes[3] = {0, 1, 2};
+};
+
+using solid_projected_small =
+    mechanical_displacement_3d_projected<small_strain_tag, small_transformation_tag, law_solid_stiff>;
 
 // Mindlin plates: the deflection along `axis` (0, 1 or 2, the plate's normal) and
 // the rotations about the two other axes at each node.

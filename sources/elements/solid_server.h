@@ -18,6 +18,21 @@ struct regular_formulation {
     static void apply(element_work_type&) noexcept {}
 };
 
+// A formulation that replaces the volumetric strain of the points by one it
+// computes per element (volume_projection.h): its element_data makes the
+// replacement from the points' volumes, positions and gradients.
+template <class Formulation>
+concept projects_volume = requires { Formulation::projects_volume; };
+
+template <class Formulation, unsigned NN, unsigned NP>
+struct projection_data {
+    struct type {};
+};
+template <projects_volume Formulation, unsigned NN, unsigned NP>
+struct projection_data<Formulation, NN, NP> {
+    using type = typename Formulation::template element_data<NN, NP>;
+};
+
 template <class Physics, class Shape, class Points, class Formulation>
 class stiffness_server : public server_base<Physics, Shape, Points> {
 public:
@@ -30,6 +45,7 @@ public:
     static_assert(base::nbr_places == 3);
     static constexpr unsigned first_code = Physics::first_code;
     static constexpr unsigned second_code = Physics::second_code;
+    static constexpr bool projecting = projects_volume<Formulation>;
 
     static constexpr bool lists_DOFs(pass_kind kind) noexcept { return kind == kind_stiffness; }
 
@@ -60,7 +76,10 @@ public:
                 continue;
             }
             const double wf = det * data.points[p].weight * w.factor;
-            if (material || vector) fill_B(v, B);
+            if (material || vector) {
+                fill_B(v, B);
+                if constexpr (projecting) e.projection.rows(p, B);
+            }
             if (material && matrix) add_BDBt(B, v.D, wf, w.Ke.data());
             if (geometric && matrix) add_geometric(v, wf, w.Ke.data());
             if (vector && !is_zero(v.sigma)) add_internal_force(B, v.sigma, wf, w.Fe.data());
@@ -116,6 +135,7 @@ private:
         double x[nbr_nodes][3];
         double u[nbr_DOFs];
         element_temperature<nbr_nodes> temperature;
+        [[no_unique_address]] typename projection_data<Formulation, nbr_nodes, nbr_points>::type projection;
     };
 
     // What a point gives: the map, the material frame Q (columns: material axes),
@@ -141,6 +161,20 @@ private:
         if (auto err = gather_nodes<nbr_nodes>(w.pos, nodes, e.x); err != no_error) return err;
         gather_values<nbr_nodes>(w.U, nodes, places, e.u);
         e.temperature.read(w, nodes, data);
+        if constexpr (projecting) {
+            // The map at every point first; a point whose volume is not positive is
+            // left to the point loop, which reports it once all points have run.
+            double dV[nbr_points], x[nbr_points][3], n[nbr_points][nbr_nodes][3];
+            bool positive = true;
+            for (unsigned p = 0; p < nbr_points; ++p) {
+                dV[p] = volume_map<Shape>(data.items[p], e.x, n[p], x[p]) * data.points[p].weight;
+                positive = positive && dV[p] > 0.0;
+            }
+            if (!positive)
+                e.projection = {};
+            else if (!e.projection.make(dV, x, n))
+                return element_geometry_error;
+        }
         return no_error;
     }
 
@@ -168,6 +202,7 @@ private:
             for (unsigned a = 0; a < nbr_nodes; ++a) to_frame(v.Q, v.n[a]);
         }
         strain(H, green_lagrange, v.eps);
+        if constexpr (projecting) e.projection.strain(p, e.u, v.eps);
         // Rows of B: row k of Q F in the finite variant, of Q in small strain.
         for (unsigned k = 0; k < 3; ++k)
             for (unsigned i = 0; i < 3; ++i) {

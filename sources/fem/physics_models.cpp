@@ -102,6 +102,11 @@ error_type model_solid_lin::init(const law_base& law) { return make<core::solid_
 
 error_type model_solid_gnl::init(const law_base& law) { return make<core::solid_finite>(*this, law); }
 
+error_type model_solid_projected_lin::init(const law_base& law)
+{
+    return make<core::solid_projected_small>(*this, law);
+}
+
 error_type model_solid_mass::init(const law_scalar& density) { return make<core::solid_mass>(*this, density); }
 
 error_type model_heat_conduction_3d::init(const law_scalar& conductivity)

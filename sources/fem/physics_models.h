@@ -32,6 +32,17 @@ public:
     [[nodiscard]] error_type init(const law_base& law);
 };
 
+// Solids of a material near incompressibility (Poisson's ratio towards 1/2), in
+// small strain, on the laws of model_solid_lin: each element's volumetric strain is
+// projected on the constants (hexa8, wedge6, pyramid5, tetra10) or on 1, x, y, z
+// (hexa27, wedge18, pyramid14), which keeps them from locking where the plain
+// solids do; every rule has positive weights. tetra4 is not served: its strain is
+// constant already, so no projection inside an element can free a mesh of them.
+class model_solid_projected_lin : public physics_model_base {
+public:
+    [[nodiscard]] error_type init(const law_base& law);
+};
+
 // The mass of solids, on a law_scalar density.
 class model_solid_mass : public physics_model_base {
 public:

@@ -1,5 +1,6 @@
-// Strain energies: one pass of the stiffness kind per state, with no assembler,
-// whose element energies land at the rows of their global element numbers.
+// Strain energies: one pass of the stiffness kind and one of the conduction kind
+// per state, with no assembler, whose element energies land at the rows of their
+// global element numbers.
 #include "kelt/fem/solver_energy.h"
 
 #include <vector>
@@ -53,8 +54,10 @@ void energy_run(run_state& run, const solver_energy::settings_type& settings, so
         pass.matrix_mode = matrix_none;
         pass.element_energies = &column;
         pass.energy_map = E->IDs.get();
-        if (auto e = model->run_elements(kind_stiffness, pass); e != no_error)
-            return KELT_RAISE(run, e, "Assembly error.");
+        // A model answers its own kind alone: solids the stiffness, conductors the
+        // conduction, whose energy is T.K.T / 2 as the thermal solver reports it.
+        for (pass_kind kind : {kind_stiffness, kind_conduction})
+            if (auto e = model->run_elements(kind, pass); e != no_error) return KELT_RAISE(run, e, "Assembly error.");
         data.energies[j] = pass.total_energy;
     }
     data.time_total = wall_clock() - start;

@@ -117,7 +117,7 @@ std::vector<rule_case> all_rules()
     for (unsigned n : {1u, 3u, 4u, 6u, 7u})
         v.push_back(simplex_case("faceT", cell::triangle, 0.5, 200, points_of<Gauss_faceT>(n, n),
                                  Gauss_faceT::degree(n), 2));
-    for (unsigned n : {1u, 4u, 5u, 11u})
+    for (unsigned n : {1u, 4u, 5u, 11u, 14u})
         v.push_back(simplex_case("tetra", cell::tetra, 1.0 / 6.0, 400, points_of<Gauss_tetra>(n, n),
                                  Gauss_tetra::degree(n), 3));
     for (unsigned n : {1u, 8u, 27u})

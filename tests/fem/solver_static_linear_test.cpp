@@ -416,6 +416,76 @@ TEST(solver_thermal_static_linear, held_ends_and_a_flux_give_a_linear_temperatur
 }
 
 // ---------------------------------------------------------------------------------
+// The energy of a case is U.K.U / 2 over all its rows, free and held: ten hexa8 with
+// one end held at 0 and the other at `end` store (EA / L) end^2 / 2, or (kA / L)
+// end^2 / 2 in conduction (A = L = 1), plus c end^2 / 2 a DOF of a diagonal user
+// matrix c on the held end, with that end out of K, or in K when a second case
+// loads it instead; the energy solver reads the same from the field.
+
+template <class Solver>
+void bar_energy(fem::problem_data& problem, unsigned cases, double expected)
+{
+    log_capture log;
+    auto solver = solver_with<Solver>(log);
+    typename Solver::data_type data(problem);
+    solver.run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+    EXPECT_EQ(data.nbr_prescribed_in_K, cases == 2 ? 4u : 0u);
+    EXPECT_NEAR(data.energies[0], expected, 1e-12 * expected);
+    fem::solver_energy reader;
+    fem::solver_energy::data_type read(problem);
+    read.U = data.U;
+    reader.run(read);
+    for (unsigned i = 0; i < cases; ++i) EXPECT_NEAR(read.energies[i], data.energies[i], 1e-12 * data.energies[i]);
+}
+
+TEST(held_bar_energy, is_half_UKU_on_both_paths_mechanical_and_thermal)
+{
+    const double size[3] = {1, 1, 1}, E = 2000.0, k = 0.2, c = 0.05;
+    for (bool thermal : {false, true})
+        for (unsigned cases : {1u, 2u})
+            for (unsigned threads : {1u, 2u}) {
+                SCOPED_TRACE(testing::Message() << thermal << cases << threads);
+                test_context t;
+                t.ctx.set_max_threads(threads);
+                mesh m = box_mesh(element_hexa8, size, {10, 1, 1});
+                const double end = thermal ? 100.0 : 1.0;
+                dense1D<double, 8> values;
+                dense1D<unsigned, 8> IDs;
+                for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+                    if (m.pos(0, node) == size[0])
+                        values.push_back(c), IDs.push_back(thermal ? fem::DOFs_mgr::ID(node, temperature_tag, 0) : dof(node, 0));
+                fem::stiffness_diag spring(t.ctx);
+                fem::thermal_diag film(t.ctx);
+                ASSERT_EQ(thermal ? film.init(values, IDs) : spring.init(values, IDs), no_error);
+                const unsigned body = thermal ? t.conduction(m, k) : t.solid(m, E, 0.0);
+                fem::problem_data problem =
+                    t.problem(m, t.composite({body, thermal ? film.get_ID() : spring.get_ID()}), cases);
+                for (unsigned i = 0; i < cases; ++i)
+                    for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+                        fem::loads_mgr loads = problem.get_loads_mgr(i);
+                        for (unsigned d = 1; d < 3 && !thermal; ++d) { // nu = 0: it slides on y = 0 and z = 0
+                            if (m.pos(d, node) == 0.0) {
+                                ASSERT_EQ(loads.record_DOF_prescribed_value(dof(node, d), 0.0, no_func), no_error);
+                            }
+                        }
+                        const double x = m.pos(0, node);
+                        const unsigned ID = thermal ? fem::DOFs_mgr::ID(node, temperature_tag, 0) : dof(node, 0);
+                        if (x == 0.0 || (x == size[0] && i == 0)) {
+                            ASSERT_EQ(loads.record_DOF_prescribed_value(ID, x * end, no_func), no_error);
+                        } else if (x == size[0]) {
+                            ASSERT_EQ(loads.record_DOF_load(ID, 1.0, no_func), no_error);
+                        }
+                    }
+                const double expected = 0.5 * ((thermal ? k : E) + 4 * c) * end * end;
+                if (thermal)
+                    bar_energy<fem::solver_thermal_static_linear>(problem, cases, expected);
+                else
+                    bar_energy<fem::solver_static_linear>(problem, cases, expected);
+            }
+}
+
+// ---------------------------------------------------------------------------------
 // Failures and edge cases of the record.
 
 TEST(solver_static_linear, a_record_without_model_is_a_data_error_without_log)

@@ -1,6 +1,7 @@
 #include "solid_problems.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <random>
 
@@ -135,6 +136,78 @@ mesh box_mesh(element_type type, const double (&size)[3], const unsigned (&n)[3]
     return m;
 }
 
+sphere_octant::sphere_octant(element_type type, double a, double b, const unsigned (&n)[2])
+{
+    const element_type base = base_of(type);
+    const bool quadratic = base != type;
+    // Wedges are extruded through the wall, so that the faces between patches match.
+    const bool radial = base == element_wedge6, triangles = radial || base == element_tetra4;
+    const unsigned u_axis = radial ? 2 : 0, v_axis = (u_axis + 1) % 3, w_axis = (u_axis + 2) % 3;
+    const element_type face = triangles ? (quadratic ? element_faceT6 : element_faceT3)
+                                        : (quadratic ? element_faceQ9 : element_faceQ4);
+    std::map<std::array<long long, 3>, unsigned> merged;
+    std::vector<std::array<double, 3>> x;
+    std::vector<std::vector<unsigned>> cells, faces;
+    const double pi = std::acos(-1.0);
+    for (unsigned patch = 0; patch < 3; ++patch) {
+        const unsigned counts[3] = {radial ? n[1] : n[0], n[1], radial ? n[0] : n[1]};
+        const mesh box = box_mesh(type, {1.0, 1.0, 1.0}, counts);
+        std::vector<unsigned> global(box.nbr_nodes());
+        std::map<std::pair<long long, long long>, unsigned> on_inner; // (v, w) in half cells
+        for (unsigned node = 0; node < box.nbr_nodes(); ++node) {
+            const double u = box.pos(u_axis, node), v = box.pos(v_axis, node), w = box.pos(w_axis, node);
+            const double d[3] = {1.0, std::tan(v * pi / 4), std::tan(w * pi / 4)};
+            const double r = (a + (b - a) * u) / std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+            std::array<double, 3> p;
+            for (unsigned i = 0; i < 3; ++i) p[(i + patch) % 3] = r * d[i]; // cyclic: orientation kept
+            std::array<long long, 3> key;
+            for (unsigned i = 0; i < 3; ++i) key[i] = std::llround(p[i] * 1e9);
+            auto [it, fresh] = merged.emplace(key, unsigned(x.size()));
+            if (fresh) x.push_back(p);
+            global[node] = it->second;
+            if (u == 0.0)
+                on_inner[{std::llround(v * 2 * n[1]), std::llround(w * 2 * n[1])}] = it->second;
+        }
+        for (unsigned e = 0; e < box.cells.cols(); ++e) {
+            cells.emplace_back();
+            for (unsigned i = 0; i < box.cells.rows(); ++i) cells.back().push_back(global[box.cells(i, e)]);
+        }
+        // Faces turning clockwise in (v, w): their normal points to -u, into the cavity.
+        const auto at = [&](long long v, long long w) { return on_inner.at({v, w}); };
+        for (long long j = 0; j < 2 * n[1]; j += 2)
+            for (long long k = 0; k < 2 * n[1]; k += 2) {
+                const long long c[4][2] = {{j, k}, {j, k + 2}, {j + 2, k + 2}, {j + 2, k}};
+                const std::vector<std::vector<unsigned>> split =
+                    triangles ? std::vector<std::vector<unsigned>>{{0, 1, 2}, {0, 2, 3}}
+                                           : std::vector<std::vector<unsigned>>{{0, 1, 2, 3}};
+                for (const auto& f : split) {
+                    std::vector<unsigned> cell;
+                    for (unsigned v : f) cell.push_back(at(c[v][0], c[v][1]));
+                    const unsigned m = unsigned(f.size());
+                    // T6: the edge opposite each vertex; Q9: edges (i, i + 1), then the centre.
+                    for (unsigned i = 0; quadratic && i < m; ++i) {
+                        const unsigned p = m == 3 ? f[(i + 1) % 3] : f[i], q = m == 3 ? f[(i + 2) % 3] : f[(i + 1) % 4];
+                        cell.push_back(at((c[p][0] + c[q][0]) / 2, (c[p][1] + c[q][1]) / 2));
+                    }
+                    if (quadratic && m == 4) cell.push_back(at(j + 1, k + 1));
+                    faces.push_back(cell);
+                }
+            }
+    }
+    const auto fill = [&](mesh& out, element_type t, const std::vector<std::vector<unsigned>>& list) {
+        out.type = t;
+        (void)out.pos.resize(3, unsigned(x.size()));
+        for (unsigned v = 0; v < x.size(); ++v)
+            for (unsigned d = 0; d < 3; ++d) out.pos(d, v) = x[v][d];
+        (void)out.cells.resize(unsigned(list[0].size()), unsigned(list.size()));
+        out.used.assign(x.size(), false);
+        for (unsigned e = 0; e < list.size(); ++e)
+            for (unsigned i = 0; i < list[e].size(); ++i) out.cells(i, e) = list[e][i], out.used[list[e][i]] = true;
+    };
+    fill(solid, type, cells);
+    fill(inner, face, faces);
+}
+
 namespace {
 
 // The identifier of a new mesh model of type Model, on a Physics of `law`.
@@ -150,18 +223,26 @@ unsigned model_on(fem::context& ctx, const Law& law, const mesh& m)
 
 } // namespace
 
-unsigned test_context::solid(const mesh& m, double E, double nu)
+unsigned test_context::solid(const mesh& m, double E, double nu, bool projected)
 {
     fem::law_solid_StVenant law;
     dense1D<double, 8> d;
     d.push_back(E), d.push_back(nu), d.push_back(0.0);
     EXPECT_EQ(law.init(d), no_error);
+    if (projected) return model_on<fem::numerical_model_stiff_lin, fem::model_solid_projected_lin>(ctx, law, m);
     return model_on<fem::numerical_model_stiff_lin, fem::model_solid_lin>(ctx, law, m);
 }
 
 unsigned test_context::solid(const mesh& m, const fem::law_base& law)
 {
     return model_on<fem::numerical_model_stiff_lin, fem::model_solid_lin>(ctx, law, m);
+}
+
+unsigned test_context::load_only(const mesh& m)
+{
+    fem::numerical_model_load_only model(ctx);
+    EXPECT_EQ(model.init(ctx, m.cells, m.type), no_error);
+    return model.get_ID();
 }
 
 unsigned test_context::conduction(const mesh& m, double k)

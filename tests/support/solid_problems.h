@@ -32,13 +32,27 @@ struct mesh {
 // field stays in their span.
 mesh box_mesh(element_type type, const double (&size)[3], const unsigned (&n)[3], double distortion = 0.0);
 
+// The octant x, y, z >= 0 of a spherical shell of radii a < b: three box_mesh
+// patches of the cube's faces (a cell through the wall per n[0], n[1] x n[1] over
+// each), projected on the spheres at equal angles, coincident nodes merged; higher-
+// order nodes are mapped too, so cells have curved edges. `inner` holds the faces
+// on r = a (faceQ4, faceQ9 or faceT6 by the volume type), their normals towards
+// the centre, so that a pressure on them pushes the wall outwards.
+struct sphere_octant {
+    sphere_octant(element_type type, double a, double b, const unsigned (&n)[2]);
+    mesh solid;
+    mesh inner;
+};
+
 // A context whose registry is emptied at the end, with models made on meshes.
 struct test_context {
     test_context() { ctx.set_max_threads(2); }
     ~test_context() { ctx.the_NM_mgr().clear(); }
 
-    unsigned solid(const mesh& m, double E, double nu);
+    // With `projected`, the solids of projected volumetric strain.
+    unsigned solid(const mesh& m, double E, double nu, bool projected = false);
     unsigned solid(const mesh& m, const fem::law_base& law);
+    unsigned load_only(const mesh& m);
     unsigned conduction(const mesh& m, double k);
     unsigned mass(const mesh& m, double density);
     unsigned composite(std::initializer_list<unsigned> IDs);
