@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <string>
 #include <vector>
 
 #include "support/solid_problems.h"
@@ -121,7 +122,10 @@ INSTANTIATE_TEST_SUITE_P(cases, cube_uniaxial,
                          testing::Values(cube_case{element_hexa8, 50.0, 3.0, 3}, cube_case{element_hexa8, 200.0, 7.0, 5},
                                          cube_case{element_hexa27, 50.0, 3.0, 3},
                                          cube_case{element_hexa27, 10.0, 1.5, 1},
-                                         cube_case{element_hexa27, 50.0, 3.0, 2}, cube_case{element_hexa8, 50.0, 3.0, 1}));
+                                         cube_case{element_hexa27, 50.0, 3.0, 2}, cube_case{element_hexa8, 50.0, 3.0, 1}),
+                         [](const testing::TestParamInfo<cube_case>& i) {
+                             return (i.param.type == element_hexa8 ? "hexa8_" : "hexa27_") + std::to_string(i.index);
+                         });
 
 // A cantilever of hexa27, 8 x 1 x 3 elements, with a small hardening, its tip
 // load ramped in 16 steps past the first yield P_y = sigma_y b h² / (6 L) to 0.9
