@@ -8,7 +8,7 @@
 // checks that the last converged load lies above the first-yield load
 // sigma_y b h^2 / (6 L), within 15 % of M_p / L, where the deflection runs away.
 //
-//   example_plastic_hinge [elements along the length]   (default 10; 1 x 4 across)
+//   example_plastic_hinge [elements along the length]   (default 10; 1 x 2 across)
 #include <kelt/fem.h>
 
 #include <array>
@@ -115,7 +115,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s [elements along the length, 1 to 100]\n", argv[0]);
         return 2;
     }
-    const beam_mesh grid{along, 1, 4};
+    const beam_mesh grid{along, 1, 2};
 
     fem::context ctx;
     ctx.set_max_threads(2);
