@@ -9,6 +9,7 @@
 #include "kelt/core/numerical_models_mgr.h"
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/problem.h"
+#include "kelt/fem/phases/states.h"
 
 namespace kelt::core {
 
@@ -50,6 +51,7 @@ void energy_run(run_state& run, const solver_energy::settings_type& settings, so
         if (run.stop_requested()) return;
         dense1D<double, 8> column = E->col(j);
         if (column.size() != E->rows()) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
+        if (!load_column_states(run, *model, U, first + j)) return;
         element_pass_type pass = column_pass(*problem, U, first + j);
         pass.matrix_mode = matrix_none;
         pass.element_energies = &column;

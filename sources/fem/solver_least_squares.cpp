@@ -12,6 +12,7 @@
 #include "kelt/fem/phases/factor.h"
 #include "kelt/fem/phases/nodal_projection.h"
 #include "kelt/fem/phases/problem.h"
+#include "kelt/fem/phases/states.h"
 #include "kelt/fem/stress_helpers.h"
 
 namespace kelt::core {
@@ -83,6 +84,7 @@ void nodal_run(run_state& run, unsigned result, projected_field field, fem::noda
         phase_timer t(data.time_resolution);
         for (unsigned s = 0; s < states; ++s) {
             if (run.stop_requested()) return;
+            if (!load_column_states(run, *model, U, s)) return;
             element_pass_type pass = column_pass(*problem, U, s);
             if (auto e = assemble_nodal_rhs(*model, kind, result, pass, n, field, *values, s * field.count);
                 e != no_error)

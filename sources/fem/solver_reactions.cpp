@@ -6,6 +6,7 @@
 
 #include "kelt/fem/phases/assembly.h"
 #include "kelt/fem/phases/problem.h"
+#include "kelt/fem/phases/states.h"
 
 namespace kelt::core {
 
@@ -36,6 +37,7 @@ void reactions_run(run_state& run, solver_reactions::data_type& data)
         target.values = R->col(j);
         target.IDs = R->IDs;
         if (target.values.size() != R->rows()) return KELT_RAISE(run, memory_error, "Matrix allocation error.");
+        if (!load_column_states(run, *model, U, j)) return;
         const DOF_values_view state = state_view(U, j);
         unsigned skipped = 0;
         // A solid's thermal loads enter as strains of its internal forces, as in

@@ -10,6 +10,9 @@ namespace {
 
 constexpr unsigned max_rounds = 17;
 constexpr double tolerance = 1e-8;
+// A stress returned to the yield surface has a von Mises value within a few
+// rounding errors of the yield stress; 1e-12 leaves a margin of a thousand.
+constexpr double on_surface = 1e-12;
 // Below this plastic strain the power curves use a secant slope, since their
 // tangent is infinite at 0.
 constexpr double small_plastic_strain = 1e-6;
@@ -116,7 +119,12 @@ bool solid_return_mapping(double G, const hardening_curve& curve, voigt6& stress
 {
     const double q = von_Mises(stress), p0 = p;
     double Y = curve.yield(p0);
-    if (q <= Y) return true;
+    // A point read again on its surface with no strain increment since its
+    // commit (the first iteration of a step) counts as elastic whichever side
+    // rounding puts it: the branch an unloading needs, which a further loading
+    // leaves in the next iteration, and the same branch at every such point, so
+    // that the iterations do not cycle between branches picked by rounding.
+    if (q <= Y * (1.0 + on_surface)) return true;
     // Newton on q - 3 G l - y(p0 + l) = 0 for the plastic multiplier l.
     const double g3 = 3.0 * G;
     double l = 0.0, H = curve.slope_at(p0);

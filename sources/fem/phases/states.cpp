@@ -28,4 +28,11 @@ bool restore_internal_states(run_state& run, numerical_model_base& model, const 
     return true;
 }
 
+bool load_column_states(run_state& run, numerical_model_base& model, const FEM_real_states* U, unsigned col)
+{
+    if (!U || !model.has_internal_states()) return true;
+    model.clear_internal_states();
+    return restore_internal_states(run, model, U->internal_state(col));
+}
+
 } // namespace kelt::core
