@@ -732,9 +732,73 @@ private:
                         p.value = value;
                         found = true;
                     }
-                if (!found) step_.pressures.push_back({el, face, value});
+                if (!found) step_.pressures.push_back(face_of(el, face, value));
             }
         }
+    }
+
+    // The deck's faces by their corners, in deck corner numbers.
+    static std::vector<unsigned> deck_face(unsigned corners, unsigned face)
+    {
+        static const unsigned tetra[4][3] = {{0, 1, 2}, {0, 3, 1}, {1, 3, 2}, {2, 3, 0}};
+        static const unsigned wedge[5][4] = {{0, 1, 2, 0}, {3, 4, 5, 0}, {0, 1, 4, 3}, {1, 2, 5, 4}, {2, 0, 3, 5}};
+        static const unsigned hexa[6][4] = {{0, 1, 2, 3}, {4, 7, 6, 5}, {0, 4, 5, 1},
+                                            {1, 5, 6, 2}, {2, 6, 7, 3}, {3, 7, 4, 0}};
+        if (corners == 4) return {tetra[face][0], tetra[face][1], tetra[face][2]};
+        if (corners == 6) return face < 2 ? std::vector<unsigned>{wedge[face][0], wedge[face][1], wedge[face][2]}
+                                          : std::vector<unsigned>{wedge[face][0], wedge[face][1], wedge[face][2], wedge[face][3]};
+        return {hexa[face][0], hexa[face][1], hexa[face][2], hexa[face][3]};
+    }
+
+    // The face as a library face element, its normal turned out of the element.
+    deck_pressure face_of(deck_element el, unsigned face, double value) const
+    {
+        const element_kind& kind = *block_kinds_[el.block];
+        const unsigned n = nbr_nodes(kind.type);
+        const unsigned* cell = blocks_[el.block].data() + std::size_t(el.cell) * n;
+        std::vector<unsigned> lib; // library corner numbers of the face
+        for (unsigned dc : deck_face(kind.corners, face - 1))
+            lib.push_back(unsigned(std::find(kind.corner_of.begin(), kind.corner_of.end(), dc) - kind.corner_of.begin()));
+        // Out of the element: the face's normal away from the element's centre.
+        double centre[3] = {}, middle[3] = {}, a[3], b[3];
+        for (unsigned c = 0; c < kind.corners; ++c)
+            for (unsigned k = 0; k < 3; ++k) centre[k] += at(cell[c])[k] / kind.corners;
+        for (unsigned c : lib)
+            for (unsigned k = 0; k < 3; ++k) middle[k] += at(cell[c])[k] / double(lib.size());
+        const unsigned m = unsigned(lib.size());
+        for (unsigned k = 0; k < 3; ++k) {
+            a[k] = at(cell[lib[2]])[k] - at(cell[lib[0]])[k];
+            b[k] = at(cell[lib[m == 4 ? 3 : 2]])[k] - at(cell[lib[m == 4 ? 1 : 0]])[k];
+        }
+        if (m == 3)
+            for (unsigned k = 0; k < 3; ++k) a[k] = at(cell[lib[1]])[k] - at(cell[lib[0]])[k];
+        const double normal[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+        double out = 0.0;
+        for (unsigned k = 0; k < 3; ++k) out += normal[k] * (middle[k] - centre[k]);
+        if (out < 0.0) std::reverse(lib.begin() + 1, lib.end());
+        deck_pressure p{el, face, value, element_none, {}};
+        for (unsigned c = 0; c < m; ++c) p.nodes[c] = cell[lib[c]];
+        const bool quadratic = !kind.lib_extra.empty();
+        p.face_type = m == 3 ? (quadratic ? element_faceT6 : element_faceT3) : (quadratic ? element_faceQ9 : element_faceQ4);
+        if (!quadratic) return p;
+        // The library node in the middle of library corners i and j, or of the face.
+        const auto extra = [&](std::vector<unsigned> g) {
+            std::sort(g.begin(), g.end());
+            for (std::size_t x = 0; x < kind.lib_extra.size(); ++x) {
+                std::vector<unsigned> h = kind.lib_extra[x];
+                std::sort(h.begin(), h.end());
+                if (h == g) return cell[kind.corners + x];
+            }
+            return cell[0]; // unreachable: every face's edges and centre are listed
+        };
+        if (m == 3) {
+            // Mid-edge node k + 3 of a triangle lies opposite corner k.
+            for (unsigned c = 0; c < 3; ++c) p.nodes[3 + c] = extra({lib[(c + 1) % 3], lib[(c + 2) % 3]});
+        } else {
+            for (unsigned c = 0; c < 4; ++c) p.nodes[4 + c] = extra({lib[c], lib[(c + 1) % 4]});
+            p.nodes[8] = extra(lib);
+        }
+        return p;
     }
 
     void procedure(const card& c)

@@ -4,6 +4,7 @@
 // keyword and reason; a deck with any fault builds nothing.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -57,11 +58,15 @@ struct deck_nodal_value {
     double value = 0.0;
 };
 
-// A pressure on face `face` (1 to 6, the deck's face numbers of the element type).
+// A pressure on face `face` (1 to 6, the deck's face numbers of the element type),
+// pushing inwards when positive. `nodes` is the face as a face element of the
+// library (`face_type`), ordered so that its normal points out of the element.
 struct deck_pressure {
     deck_element element;
     unsigned face = 0;
     double value = 0.0;
+    element_type face_type = element_none;
+    std::array<unsigned, 9> nodes{};
 };
 
 // What to write: the card (`*NODE PRINT`, `*EL PRINT`, `*NODE FILE`), its set
