@@ -576,7 +576,8 @@ private:
         const std::string k = keyword_;
         if (k == "EXPANSION") only(c, {"TYPE", "ZERO"});
         else only(c, {"TYPE"});
-        if (const std::string* t = c.get("TYPE"); t && upper(*t) != "ISO") refuse("TYPE=" + upper(*t));
+        if (const std::string* t = c.get("TYPE"); t && upper(*t) != "ISO" && upper(*t) != "ISOTROPIC")
+            refuse("TYPE=" + upper(*t));
         std::vector<std::string_view> f;
         if (!data_line(f)) fail("needs a data line");
         std::vector<std::string_view> more;

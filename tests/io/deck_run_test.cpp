@@ -1,0 +1,251 @@
+// Decks run: a small deck solved through the reader and the runner equals the same
+// model built through the library's API; and Debian's calculix-ccx-test decks, those
+// the reader accepts, run and compared with their reference displacements.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "io_support.h"
+#include "kelt/fem.h"
+#include "kelt/fem/solver_static_linear.h"
+#include "kelt/io.h"
+
+using namespace kelt;
+using namespace kelt::test;
+
+namespace {
+
+// The nodal blocks of a .dat file: header, then (node, values) rows.
+struct dat_block {
+    std::string header;
+    std::vector<std::pair<std::size_t, std::vector<double>>> rows;
+};
+
+std::vector<dat_block> read_dat(const std::string& path, const std::string& kind)
+{
+    std::vector<dat_block> out;
+    std::ifstream in(path);
+    std::string line;
+    bool inside = false;
+    while (std::getline(in, line)) {
+        if (line.rfind(" " + kind, 0) == 0) {
+            out.push_back({line, {}});
+            inside = true;
+            continue;
+        }
+        if (!inside) continue;
+        std::istringstream s(line);
+        std::size_t node = 0;
+        if (!(s >> node)) {
+            if (!out.back().rows.empty() || line.find_first_not_of(' ') != std::string::npos) inside = false;
+            continue;
+        }
+        std::vector<double> v;
+        for (double x; s >> x;) v.push_back(x);
+        out.back().rows.emplace_back(node, v);
+    }
+    return out;
+}
+
+// A block of 2 x 1 x 1 C3D8 cubes of side 1, clamped at x = 0, pulled and pressed
+// at x = 2: the deck text and the same model through the API.
+const char* bar_deck = R"(*NODE, NSET=NALL
+1,0,0,0
+2,1,0,0
+3,2,0,0
+4,0,1,0
+5,1,1,0
+6,2,1,0
+7,0,0,1
+8,1,0,1
+9,2,0,1
+10,0,1,1
+11,1,1,1
+12,2,1,1
+*ELEMENT, TYPE=C3D8, ELSET=EALL
+1, 1,2,5,4,7,8,11,10
+2, 2,3,6,5,8,9,12,11
+*NSET, NSET=FIX
+1,4,7,10
+*MATERIAL, NAME=M
+*ELASTIC
+1000., 0.25
+*SOLID SECTION, ELSET=EALL, MATERIAL=M
+*BOUNDARY
+FIX, 1, 3
+*STEP
+*STATIC
+*CLOAD
+12, 2, 3.0
+*DLOAD
+2, P4, 5.0
+*NODE PRINT, NSET=NALL
+U
+*END STEP
+)";
+
+TEST(deck_run, a_deck_equals_the_same_model_built_through_the_api)
+{
+    scratch_dir dir;
+    const std::string path = dir.write("bar.inp", bar_deck);
+    io::deck_data deck;
+    ASSERT_TRUE(io::read_deck(path, deck));
+    std::vector<io::deck_step_result> results;
+    const io::file_status st = io::run_deck(path, deck, {}, results);
+    ASSERT_TRUE(st) << st.text;
+    ASSERT_EQ(results.size(), 1u);
+
+    // The API: the deck's nodes in its order (tags 1..12 are ranks 0..11), the face
+    // x = 2 of element 2 (the deck's face 4: nodes 3, 6, 12, 9) as a quadrangle
+    // under a traction of -5 along x: a pressure of 5 pushes into the element.
+    dense2D<double> pos = deck.positions;
+    fem::context ctx;
+    fem::law_solid_StVenant law;
+    dense1D<double, 8> params;
+    params.push_back(1000.0), params.push_back(0.25), params.push_back(0.0);
+    fem::model_solid_lin solid;
+    fem::numerical_model_stiff_lin body(ctx);
+    fem::numerical_model_load_only face(ctx);
+    fem::numerical_model_composite model(ctx);
+    dense2D<unsigned> cells(8, 2), end(4, 1);
+    const unsigned conn[2][8] = {{0, 1, 4, 3, 6, 7, 10, 9}, {1, 2, 5, 4, 7, 8, 11, 10}};
+    for (unsigned e = 0; e < 2; ++e)
+        for (unsigned a = 0; a < 8; ++a) cells(a, e) = conn[e][a];
+    const unsigned quad[4] = {2, 5, 11, 8};
+    for (unsigned a = 0; a < 4; ++a) end(a, 0) = quad[a];
+    ASSERT_EQ(law.init(params), no_error);
+    ASSERT_EQ(solid.init(law), no_error);
+    ASSERT_EQ(body.init(ctx, solid, cells, element_hexa8), no_error);
+    ASSERT_EQ(face.init(ctx, end, element_faceQ4), no_error);
+    ASSERT_EQ(model.insert(body.get_ID()), no_error);
+    ASSERT_EQ(model.insert(face.get_ID()), no_error);
+    fem::DOFs_mgr dofs(12, false);
+    for (unsigned n = 0; n < 12; ++n) ASSERT_EQ(dofs.set(n, displacement_tag, n % 3 != 0), no_error);
+    fem::problem_data problem(ctx, pos, dofs, model.get_ID(), 1);
+    fem::loads_mgr loads = problem.get_loads_mgr(0);
+    ASSERT_EQ(loads.record_DOF_load(fem::DOFs_mgr::ID(11, displacement_tag, 1), 3.0, 0), no_error);
+    fem::elementary_load traction;
+    traction.kind = 1;
+    traction.values.push_back(-5.0);
+    ASSERT_EQ(loads.record_NM_load(face.get_ID(), 0, traction, 0), no_error);
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    ASSERT_FALSE(data.error_raised()) << data.msg_title;
+
+    double worst = 0.0, largest = 0.0;
+    for (unsigned n = 0; n < 12; ++n)
+        for (unsigned k = 0; k < 3; ++k) {
+            double u = 0.0;
+            if (n % 3 != 0) {
+                ASSERT_EQ(data.U.getID_val(fem::DOFs_mgr::ID(n, displacement_tag, k), 0, u), no_error);
+            }
+            worst = std::fmax(worst, std::fabs(results[0].values(k, n) - u));
+            largest = std::fmax(largest, std::fabs(u));
+        }
+    EXPECT_GT(largest, 1e-3); // the loads move the bar: the comparison is not of zeros
+    // One factorisation of the same matrix each way: round-off apart only.
+    EXPECT_LT(worst, 1e-10 * largest);
+
+    // The written file holds what was solved, at the printed precision.
+    std::vector<std::string> skipped;
+    ASSERT_TRUE(io::write_deck_dat(dir / "bar.dat", deck, results, skipped));
+    const std::vector<dat_block> blocks = read_dat(dir / "bar.dat", "displacements");
+    ASSERT_EQ(blocks.size(), 1u);
+    ASSERT_EQ(blocks[0].rows.size(), 12u);
+    EXPECT_EQ(blocks[0].header, " displacements (vx,vy,vz) for set NALL and time  0.1000000E+01");
+    for (const auto& [tag, v] : blocks[0].rows)
+        for (unsigned k = 0; k < 3; ++k)
+            EXPECT_NEAR(v.at(k), results[0].values(k, unsigned(tag - 1)), 1e-6 * largest);
+}
+
+// Element types the reference integrates as the library does: their decks must
+// agree; the others (converted quadratic bricks and wedges) print their gap.
+bool integrated_alike(const io::deck_data& d)
+{
+    for (const io::deck_block& b : d.blocks)
+        if (b.deck_type != "C3D8" && b.deck_type != "C3D4" && b.deck_type != "C3D10") return false;
+    return true;
+}
+
+TEST(deck_run, debian_reference_decks_accepted_run_and_agree)
+{
+    const std::filesystem::path from = "/usr/share/doc/calculix-ccx-test/examples/test";
+    if (!std::filesystem::is_directory(from))
+        GTEST_SKIP() << "calculix-ccx-test is not installed (scripts/test.sh installs it)";
+    scratch_dir dir;
+    ASSERT_EQ(std::system(("cp -r " + from.string() + "/. " + dir.path.string() + " && gunzip -f -q " +
+                           dir.path.string() + "/*.gz")
+                              .c_str()),
+              0);
+    std::vector<std::string> decks;
+    for (const auto& f : std::filesystem::directory_iterator(dir.path))
+        if (f.path().extension() == ".inp") decks.push_back(f.path().string());
+    std::sort(decks.begin(), decks.end());
+
+    std::map<std::string, unsigned> reasons;
+    unsigned accepted = 0, agreed = 0, printed = 0;
+    for (const std::string& path : decks) {
+        const std::string name = std::filesystem::path(path).stem().string();
+        io::deck_data d;
+        io::file_status st = io::read_deck(path, d);
+        std::vector<io::deck_step_result> results;
+        if (st) st = io::run_deck(path, d, {}, results);
+        if (!st) {
+            // The reason without its place: the keyword and what is refused.
+            std::string why = st.text.substr(st.text.find(": ", st.file.size()) + 2);
+            std::printf("refused %-24s %s\n", name.c_str(), st.text.substr(dir.path.string().size() + 1).c_str());
+            ++reasons[why.substr(0, why.find(" is not supported"))];
+            continue;
+        }
+        ++accepted;
+        std::vector<std::string> skipped;
+        ASSERT_TRUE(io::write_deck_dat(dir / (name + ".dat"), d, results, skipped));
+        const std::vector<dat_block> ours = read_dat(dir / (name + ".dat"), "displacements");
+        const std::vector<dat_block> ref = read_dat(dir / (name + ".dat.ref"), "displacements");
+        double gap = 0.0, largest = 0.0;
+        bool same_shape = ours.size() == ref.size();
+        for (std::size_t b = 0; same_shape && b < ours.size(); ++b) {
+            same_shape = ours[b].rows.size() == ref[b].rows.size();
+            for (std::size_t r = 0; same_shape && r < ours[b].rows.size(); ++r) {
+                same_shape = ours[b].rows[r].first == ref[b].rows[r].first;
+                for (std::size_t k = 0; same_shape && k < 3; ++k) {
+                    largest = std::fmax(largest, std::fabs(ref[b].rows[r].second.at(k)));
+                    gap = std::fmax(gap, std::fabs(ours[b].rows[r].second.at(k) - ref[b].rows[r].second.at(k)));
+                }
+            }
+        }
+        const double relative = largest > 0.0 ? gap / largest : gap;
+        if (integrated_alike(d)) {
+            SCOPED_TRACE(name);
+            EXPECT_TRUE(same_shape) << ours.size() << " blocks against " << ref.size();
+            EXPECT_FALSE(ref.empty());
+            // The reference prints 7 digits: 1e-5 of the largest value leaves room
+            // for the solvers' round-off on these small meshes.
+            EXPECT_LT(relative, 1e-5);
+            agreed += same_shape && !ref.empty() && relative < 1e-5;
+            std::printf("agrees  %-24s gap %.2e of the largest displacement\n", name.c_str(), relative);
+        } else {
+            ++printed;
+            std::printf("differs %-24s gap %.2e of the largest displacement (converted elements)%s\n", name.c_str(),
+                        relative, same_shape ? "" : ", other blocks");
+        }
+    }
+    std::printf("%zu decks: %u accepted (%u agree, %u with converted elements), %zu refused\n", decks.size(), accepted,
+                agreed, printed, decks.size() - accepted);
+    std::vector<std::pair<unsigned, std::string>> by_count;
+    for (const auto& [why, n] : reasons) by_count.emplace_back(n, why);
+    std::sort(by_count.rbegin(), by_count.rend());
+    for (const auto& [n, why] : by_count) std::printf("%5u  %s\n", n, why.c_str());
+    EXPECT_GT(accepted, 0u);
+}
+
+} // namespace
