@@ -437,12 +437,17 @@ private:
         }
     }
 
-    unsigned added_node(const std::array<double, 3>& x)
+    // A node placed by the deck's interpolation from its parents.
+    unsigned added_node(deck_added_node&& n)
     {
-        const unsigned rank = unsigned(xyz_.size() / 3);
-        xyz_.insert(xyz_.end(), x.begin(), x.end());
+        n.node = unsigned(xyz_.size() / 3);
+        double x[3] = {};
+        for (std::size_t p = 0; p < n.parents.size(); ++p)
+            for (unsigned k = 0; k < 3; ++k) x[k] += n.weights[p] * at(n.parents[p])[k];
+        xyz_.insert(xyz_.end(), x, x + 3);
         d_.node_tags.push_back(0);
-        return rank;
+        d_.added_nodes.push_back(std::move(n));
+        return d_.added_nodes.back().node;
     }
 
     void elements(const card& c)
@@ -510,25 +515,24 @@ private:
             }
             // Serendipity at a face centre: -1/4 of the corners and 1/2 of the mid-edge
             // nodes; at the hexahedron's centre -1/4 and 1/4.
-            std::array<double, 3> x{};
+            deck_added_node n;
             const double wc = -0.25, we = g.size() == 4 ? 0.5 : 0.25;
-            for (unsigned a : g)
-                for (unsigned k = 0; k < 3; ++k) x[k] += wc * at(deck[kind.corner_of[a]])[k];
+            for (unsigned a : g) n.parents.push_back(deck[kind.corner_of[a]]), n.weights.push_back(wc);
             if (g.size() == 4) {
                 std::array<unsigned, 4> key{};
                 for (unsigned m = 0; m < 4; ++m) {
                     key[m] = deck[kind.corner_of[g[m]]];
-                    const unsigned mid = edge(kind.corner_of[g[m]], kind.corner_of[g[(m + 1) % 4]]);
-                    for (unsigned k = 0; k < 3; ++k) x[k] += we * at(mid)[k];
+                    n.parents.push_back(edge(kind.corner_of[g[m]], kind.corner_of[g[(m + 1) % 4]]));
+                    n.weights.push_back(we);
                 }
                 std::sort(key.begin(), key.end());
                 const auto [it, added] = face_nodes_.emplace(key, 0u);
-                if (added) it->second = added_node(x);
+                if (added) it->second = added_node(std::move(n));
                 out.push_back(it->second);
             } else {
                 for (std::size_t e = 0; e < kind.deck_edges.size(); ++e)
-                    for (unsigned k = 0; k < 3; ++k) x[k] += we * at(deck[kind.corners + e])[k];
-                out.push_back(added_node(x));
+                    n.parents.push_back(deck[kind.corners + e]), n.weights.push_back(we);
+                out.push_back(added_node(std::move(n)));
             }
         }
     }

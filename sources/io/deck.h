@@ -89,10 +89,20 @@ struct deck_step {
     std::vector<deck_output> outputs;
 };
 
+// A node a conversion added (the centre of a face or of a brick): the deck's
+// interpolation of its parents with their weights gives its place, and gives its
+// value where all of them are held.
+struct deck_added_node {
+    unsigned node = 0;
+    std::vector<unsigned> parents;
+    std::vector<double> weights;
+};
+
 struct deck_data {
     dense2D<double> positions;          // 3 x nodes: the deck's, then those added by conversions
     std::vector<std::size_t> node_tags; // the deck's number of each node; 0 for an added one
     std::vector<deck_block> blocks;
+    std::vector<deck_added_node> added_nodes;
     std::vector<deck_element> elements; // element ranks in the order defined
     std::vector<deck_set> node_sets, element_sets;
     std::vector<deck_material> materials;

@@ -162,7 +162,25 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
         dense2D<double> pos = deck.positions;
         fem::problem_data problem(ctx, pos, dofs, model.get_ID(), 1);
         fem::loads_mgr loads = problem.get_loads_mgr(0);
-        for (const deck_nodal_value& v : step.boundaries) {
+        // A node a conversion added is held where all its parents are, at their
+        // interpolated value: a held face stays held whole.
+        std::vector<deck_nodal_value> boundaries = step.boundaries;
+        {
+            std::map<std::pair<unsigned, unsigned>, double> value; // (node, dof)
+            for (const deck_nodal_value& v : boundaries) value[{v.node, v.dof}] = v.value;
+            for (const deck_added_node& n : deck.added_nodes)
+                for (unsigned dof : {1u, 2u, 3u, 11u}) {
+                    double sum = 0.0;
+                    bool all = true;
+                    for (std::size_t p = 0; all && p < n.parents.size(); ++p) {
+                        const auto it = value.find({n.parents[p], dof});
+                        all = it != value.end();
+                        if (all) sum += n.weights[p] * it->second;
+                    }
+                    if (all) boundaries.push_back({n.node, dof, sum});
+                }
+        }
+        for (const deck_nodal_value& v : boundaries) {
             // A heat step holds temperatures only; a static one translations only.
             if (heat != (v.dof == 11)) {
                 if (heat) continue;
