@@ -9,6 +9,7 @@
 
 #include "kelt/core/element_catalogue.h"
 #include "kelt/fem.h"
+#include "kelt/fem/solver_reactions.h"
 #include "kelt/fem/solver_static_linear.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
 
@@ -249,6 +250,27 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
                                      invalid_data_error);
                     r.values(k, n) = v;
                 }
+        if (!heat) {
+            // RF of the reference files: the internal forces K u, the reactions at
+            // held DOFs and the applied forces elsewhere; the reactions solver on
+            // the problem with its loads scaled to nothing gives them.
+            const dense2D<double> no_loads(1, 1, 0.0);
+            fem::problem_data unloaded(problem, no_loads);
+            fem::solver_reactions reactions;
+            fem::solver_reactions::data_type forces(unloaded);
+            forces.U = data.U;
+            reactions.run(forces);
+            if (forces.error_raised())
+                return fault(deck_path, where + "reactions: " + forces.msg_title, forces.error_code);
+            r.forces = dense2D<double>(3, nbr_nodes, 0.0);
+            for (unsigned n = 0; n < nbr_nodes; ++n)
+                for (unsigned k = 0; held[n] && k < 3; ++k) {
+                    double v = 0.0;
+                    if (forces.reactions.getID_val(fem::DOFs_mgr::ID(n, field, k), 0, v) != no_error)
+                        return fault(deck_path, where + "no reaction at node " + std::to_string(deck.node_tags[n]));
+                    r.forces(k, n) = v;
+                }
+        }
         out.push_back(std::move(r));
     }
     results = std::move(out);
@@ -271,20 +293,24 @@ file_status write_deck_dat(const std::string& path, const deck_data& deck, const
             std::vector<unsigned> nodes = deck.node_set(o.set)->items;
             std::sort(nodes.begin(), nodes.end(),
                       [&](unsigned a, unsigned b) { return deck.node_tags[a] < deck.node_tags[b]; });
+            if (o.totals) skipped.push_back("step " + std::to_string(s + 1) + ": TOTALS of *NODE PRINT");
             for (const std::string& v : o.variables) {
-                const bool fits = (v == "U" && r.procedure == deck_procedure::static_linear) ||
-                                  (v == "NT" && r.procedure == deck_procedure::heat_steady);
+                const bool statics = r.procedure == deck_procedure::static_linear;
+                const bool fits = ((v == "U" || v == "RF") && statics) || (v == "NT" && !statics);
                 if (!fits) {
                     skipped.push_back("step " + std::to_string(s + 1) + ": *NODE PRINT " + v);
                     continue;
                 }
-                text += v == "U" ? "\n displacements (vx,vy,vz) for set " : "\n temperatures for set ";
+                text += v == "U"    ? "\n displacements (vx,vy,vz) for set "
+                        : v == "RF" ? "\n forces (fx,fy,fz) for set "
+                                    : "\n temperatures for set ";
                 text += o.set + " and time " + fortran_e(r.time) + "\n\n";
+                const dense2D<double>& m = v == "RF" ? r.forces : r.values;
                 char line[96];
                 for (unsigned n : nodes) {
                     int len = std::snprintf(line, sizeof line, "%10zu", deck.node_tags[n]);
-                    for (unsigned k = 0; k < r.values.rows(); ++k)
-                        len += std::snprintf(line + len, sizeof line - std::size_t(len), "%14.6E", r.values(k, n));
+                    for (unsigned k = 0; k < m.rows(); ++k)
+                        len += std::snprintf(line + len, sizeof line - std::size_t(len), "%14.6E", m(k, n));
                     text.append(line, std::size_t(len)).push_back('\n');
                 }
             }

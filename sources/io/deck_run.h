@@ -25,6 +25,7 @@ struct deck_step_result {
     deck_procedure procedure = deck_procedure::static_linear;
     double time = 0.0; // the step's end, counted over the steps
     dense2D<double> values;
+    dense2D<double> forces; // static steps: 3 x nodes internal forces K u (reactions where held)
 };
 
 // Runs every step; the status names the deck and the step on a fault.
@@ -32,7 +33,7 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
                      std::vector<deck_step_result>& results);
 
 // The values the `*NODE PRINT` cards ask for, step after step, nodes by number.
-// A variable not written yet (reactions) and element values are named in `skipped`.
+// What is not written yet (element values, sums over a set) is named in `skipped`.
 file_status write_deck_dat(const std::string& path, const deck_data& deck, const std::vector<deck_step_result>& results,
                            std::vector<std::string>& skipped);
 
