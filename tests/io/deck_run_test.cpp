@@ -1,5 +1,6 @@
-// Decks run: a small deck solved through the reader and the runner equals the same
-// model built through the library's API; and Debian's calculix-ccx-test decks, those
+// Decks run: every solid type passes the patch test through a deck; a small deck
+// solved through the reader and the runner equals the same model built through the
+// library's API; and Debian's calculix-ccx-test decks, those
 // the reader accepts, run and compared with their reference displacements.
 #include <gtest/gtest.h>
 
@@ -34,138 +35,21 @@ std::vector<dat_block> read_dat(const std::string& path, const std::string& kind
 {
     std::vector<dat_block> out;
     std::ifstream in(path);
-    std::string line;
     bool inside = false;
-    while (std::getline(in, line)) {
-        if (line.rfind(" " + kind, 0) == 0) {
-            out.push_back({line, {}});
-            inside = true;
-            continue;
-        }
-        if (!inside) continue;
+    for (std::string line; std::getline(in, line);) {
         std::istringstream s(line);
         std::size_t node = 0;
-        if (!(s >> node)) {
-            if (!out.back().rows.empty() || line.find_first_not_of(' ') != std::string::npos) inside = false;
-            continue;
+        if (line.rfind(" " + kind, 0) == 0) {
+            out.push_back({line, {}}), inside = true;
+        } else if (inside && s >> node) {
+            std::vector<double> v;
+            for (double x; s >> x;) v.push_back(x);
+            out.back().rows.emplace_back(node, v);
+        } else if (line.find_first_not_of(' ') != std::string::npos) {
+            inside = false; // the next block's header
         }
-        std::vector<double> v;
-        for (double x; s >> x;) v.push_back(x);
-        out.back().rows.emplace_back(node, v);
     }
     return out;
-}
-
-// A block of 2 x 1 x 1 C3D8 cubes of side 1, clamped at x = 0, pulled and pressed
-// at x = 2: the deck text and the same model through the API.
-const char* bar_deck = R"(*NODE, NSET=NALL
-1,0,0,0
-2,1,0,0
-3,2,0,0
-4,0,1,0
-5,1,1,0
-6,2,1,0
-7,0,0,1
-8,1,0,1
-9,2,0,1
-10,0,1,1
-11,1,1,1
-12,2,1,1
-*ELEMENT, TYPE=C3D8, ELSET=EALL
-1, 1,2,5,4,7,8,11,10
-2, 2,3,6,5,8,9,12,11
-*NSET, NSET=FIX
-1,4,7,10
-*MATERIAL, NAME=M
-*ELASTIC
-1000., 0.25
-*SOLID SECTION, ELSET=EALL, MATERIAL=M
-*BOUNDARY
-FIX, 1, 3
-*STEP
-*STATIC
-*CLOAD
-12, 2, 3.0
-*DLOAD
-2, P4, 5.0
-*NODE PRINT, NSET=NALL
-U
-*END STEP
-)";
-
-TEST(deck_run, a_deck_equals_the_same_model_built_through_the_api)
-{
-    scratch_dir dir;
-    const std::string path = dir.write("bar.inp", bar_deck);
-    io::deck_data deck;
-    ASSERT_TRUE(io::read_deck(path, deck));
-    std::vector<io::deck_step_result> results;
-    const io::file_status st = io::run_deck(path, deck, {}, results);
-    ASSERT_TRUE(st) << st.text;
-    ASSERT_EQ(results.size(), 1u);
-
-    // The API: the deck's nodes in its order (tags 1..12 are ranks 0..11), the face
-    // x = 2 of element 2 (the deck's face 4: nodes 3, 6, 12, 9) as a quadrangle
-    // under a traction of -5 along x: a pressure of 5 pushes into the element.
-    dense2D<double> pos = deck.positions;
-    fem::context ctx;
-    fem::law_solid_StVenant law;
-    dense1D<double, 8> params;
-    params.push_back(1000.0), params.push_back(0.25), params.push_back(0.0);
-    fem::model_solid_lin solid;
-    fem::numerical_model_stiff_lin body(ctx);
-    fem::numerical_model_load_only face(ctx);
-    fem::numerical_model_composite model(ctx);
-    dense2D<unsigned> cells(8, 2), end(4, 1);
-    const unsigned conn[2][8] = {{0, 1, 4, 3, 6, 7, 10, 9}, {1, 2, 5, 4, 7, 8, 11, 10}};
-    for (unsigned e = 0; e < 2; ++e)
-        for (unsigned a = 0; a < 8; ++a) cells(a, e) = conn[e][a];
-    const unsigned quad[4] = {2, 5, 11, 8};
-    for (unsigned a = 0; a < 4; ++a) end(a, 0) = quad[a];
-    ASSERT_EQ(law.init(params), no_error);
-    ASSERT_EQ(solid.init(law), no_error);
-    ASSERT_EQ(body.init(ctx, solid, cells, element_hexa8), no_error);
-    ASSERT_EQ(face.init(ctx, end, element_faceQ4), no_error);
-    ASSERT_EQ(model.insert(body.get_ID()), no_error);
-    ASSERT_EQ(model.insert(face.get_ID()), no_error);
-    fem::DOFs_mgr dofs(12, false);
-    for (unsigned n = 0; n < 12; ++n) ASSERT_EQ(dofs.set(n, displacement_tag, n % 3 != 0), no_error);
-    fem::problem_data problem(ctx, pos, dofs, model.get_ID(), 1);
-    fem::loads_mgr loads = problem.get_loads_mgr(0);
-    ASSERT_EQ(loads.record_DOF_load(fem::DOFs_mgr::ID(11, displacement_tag, 1), 3.0, 0), no_error);
-    fem::elementary_load traction;
-    traction.kind = 1;
-    traction.values.push_back(-5.0);
-    ASSERT_EQ(loads.record_NM_load(face.get_ID(), 0, traction, 0), no_error);
-    fem::solver_static_linear solver;
-    fem::solver_static_linear::data_type data(problem);
-    solver.run(data);
-    ASSERT_FALSE(data.error_raised()) << data.msg_title;
-
-    double worst = 0.0, largest = 0.0;
-    for (unsigned n = 0; n < 12; ++n)
-        for (unsigned k = 0; k < 3; ++k) {
-            double u = 0.0;
-            if (n % 3 != 0) {
-                ASSERT_EQ(data.U.getID_val(fem::DOFs_mgr::ID(n, displacement_tag, k), 0, u), no_error);
-            }
-            worst = std::fmax(worst, std::fabs(results[0].values(k, n) - u));
-            largest = std::fmax(largest, std::fabs(u));
-        }
-    EXPECT_GT(largest, 1e-3); // the loads move the bar: the comparison is not of zeros
-    // One factorisation of the same matrix each way: round-off apart only.
-    EXPECT_LT(worst, 1e-10 * largest);
-
-    // The written file holds what was solved, at the printed precision.
-    std::vector<std::string> skipped;
-    ASSERT_TRUE(io::write_deck_dat(dir / "bar.dat", deck, results, skipped));
-    const std::vector<dat_block> blocks = read_dat(dir / "bar.dat", "displacements");
-    ASSERT_EQ(blocks.size(), 1u);
-    ASSERT_EQ(blocks[0].rows.size(), 12u);
-    EXPECT_EQ(blocks[0].header, " displacements (vx,vy,vz) for set NALL and time  0.1000000E+01");
-    for (const auto& [tag, v] : blocks[0].rows)
-        for (unsigned k = 0; k < 3; ++k)
-            EXPECT_NEAR(v.at(k), results[0].values(k, unsigned(tag - 1)), 1e-6 * largest);
 }
 
 // Element types the reference integrates as the library does: their decks must
@@ -364,4 +248,78 @@ TEST(deck_run, every_solid_type_passes_the_patch_test_through_a_deck)
             // is left is the solve's round-off on a handful of DOFs.
             EXPECT_LT(worst, 1e-9);
         }
+}
+
+// One C3D8 cube clamped at x = 0, a force at a corner and a pressure on the face
+// x = 1 (the deck's face 4): through the deck, and through the API with the face
+// as a quadrangle under a traction of -5 along x (a pressure of 5 pushes inwards).
+TEST(deck_run, a_deck_equals_the_same_model_built_through_the_api)
+{
+    const cube_deck cube("C3D8", "*BOUNDARY\nX0, 1, 3\n*STEP\n*STATIC\n*CLOAD\n7, 2, 3.0\n*DLOAD\n1, P4, 5.0\n"
+                                 "*NODE PRINT, NSET=NALL\nU\n*END STEP\n");
+    scratch_dir dir;
+    const std::string path = dir.write("cube.inp", cube.text);
+    io::deck_data deck;
+    ASSERT_TRUE(io::read_deck(path, deck));
+    std::vector<io::deck_step_result> results;
+    const io::file_status st = io::run_deck(path, deck, {}, results);
+    ASSERT_TRUE(st) << st.text;
+
+    dense2D<double> pos = deck.positions;
+    fem::context ctx;
+    fem::law_solid_StVenant law;
+    dense1D<double, 8> params;
+    params.push_back(1000.0), params.push_back(0.3), params.push_back(0.0);
+    fem::model_solid_lin solid;
+    fem::numerical_model_stiff_lin body(ctx);
+    fem::numerical_model_load_only face(ctx);
+    fem::numerical_model_composite model(ctx);
+    dense2D<unsigned> cells(8, 1), end(4, 1);
+    for (unsigned a = 0; a < 8; ++a) cells(a, 0) = a; // the deck's nodes 1..8 in its order
+    const unsigned quad[4] = {1, 2, 6, 5};
+    for (unsigned a = 0; a < 4; ++a) end(a, 0) = quad[a];
+    ASSERT_EQ(law.init(params), no_error);
+    ASSERT_EQ(solid.init(law), no_error);
+    ASSERT_EQ(body.init(ctx, solid, cells, element_hexa8), no_error);
+    ASSERT_EQ(face.init(ctx, end, element_faceQ4), no_error);
+    ASSERT_EQ(model.insert(body.get_ID()), no_error);
+    ASSERT_EQ(model.insert(face.get_ID()), no_error);
+    fem::DOFs_mgr dofs(8, false);
+    for (unsigned n = 0; n < 8; ++n) ASSERT_EQ(dofs.set(n, displacement_tag, pos(0, n) != 0.0), no_error);
+    fem::problem_data problem(ctx, pos, dofs, model.get_ID(), 1);
+    fem::loads_mgr loads = problem.get_loads_mgr(0);
+    ASSERT_EQ(loads.record_DOF_load(fem::DOFs_mgr::ID(6, displacement_tag, 1), 3.0, 0), no_error);
+    fem::elementary_load traction;
+    traction.kind = 1;
+    traction.values.push_back(-5.0);
+    ASSERT_EQ(loads.record_NM_load(face.get_ID(), 0, traction, 0), no_error);
+    fem::solver_static_linear solver;
+    fem::solver_static_linear::data_type data(problem);
+    solver.run(data);
+    ASSERT_FALSE(data.error_raised()) << data.msg_title;
+
+    double worst = 0.0, largest = 0.0;
+    for (unsigned n = 0; n < 8; ++n)
+        for (unsigned k = 0; k < 3; ++k) {
+            double u = 0.0;
+            if (pos(0, n) != 0.0) {
+                ASSERT_EQ(data.U.getID_val(fem::DOFs_mgr::ID(n, displacement_tag, k), 0, u), no_error);
+            }
+            worst = std::fmax(worst, std::fabs(results[0].values(k, n) - u));
+            largest = std::fmax(largest, std::fabs(u));
+        }
+    EXPECT_GT(largest, 1e-3); // the loads move the cube: the comparison is not of zeros
+    // One factorisation of the same matrix each way: round-off apart only.
+    EXPECT_LT(worst, 1e-10 * largest);
+
+    // The written file holds what was solved, at the printed precision.
+    std::vector<std::string> skipped;
+    ASSERT_TRUE(io::write_deck_dat(dir / "cube.dat", deck, results, skipped));
+    const std::vector<dat_block> blocks = read_dat(dir / "cube.dat", "displacements");
+    ASSERT_EQ(blocks.size(), 1u);
+    ASSERT_EQ(blocks[0].rows.size(), 8u);
+    EXPECT_EQ(blocks[0].header, " displacements (vx,vy,vz) for set NALL and time  0.1000000E+01");
+    for (const auto& [tag, v] : blocks[0].rows)
+        for (unsigned k = 0; k < 3; ++k)
+            EXPECT_NEAR(v.at(k), results[0].values(k, unsigned(tag - 1)), 1e-6 * largest);
 }
