@@ -88,11 +88,13 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
         groups[{material_of[e], el.block}].push_back(el.cell);
     }
     const unsigned nbr_nodes = deck.positions.cols();
-    std::vector<char> held(nbr_nodes, 0); // nodes some element holds
+    std::vector<char> in_mesh(nbr_nodes, 0); // nodes some element has
     for (const deck_block& b : deck.blocks)
         for (unsigned c = 0; c < b.cells.cols(); ++c)
-            for (unsigned a = 0; a < b.cells.rows(); ++a) held[b.cells(a, c)] = 1;
+            for (unsigned a = 0; a < b.cells.rows(); ++a) in_mesh[b.cells(a, c)] = 1;
 
+    const bool expands = std::any_of(deck.materials.begin(), deck.materials.end(),
+                                     [](const deck_material& m) { return m.has_expansion && m.expansion != 0.0; });
     log_target target{&options};
     std::vector<deck_step_result> out;
     for (std::size_t s = 0; s < deck.steps.size(); ++s) {
@@ -159,7 +161,7 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
 
         fem::DOFs_mgr dofs(nbr_nodes, false);
         for (unsigned n = 0; n < nbr_nodes; ++n)
-            if (held[n] && dofs.set(n, field, true) != no_error) return fault(deck_path, where + "DOFs", memory_error);
+            if (in_mesh[n] && dofs.set(n, field, true) != no_error) return fault(deck_path, where + "DOFs", memory_error);
         dense2D<double> pos = deck.positions;
         fem::problem_data problem(ctx, pos, dofs, model.get_ID(), 1);
         fem::loads_mgr loads = problem.get_loads_mgr(0);
@@ -184,19 +186,17 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
         for (const deck_nodal_value& v : boundaries) {
             // A heat step holds temperatures only; a static one translations only.
             if (heat != (v.dof == 11)) {
-                if (heat) continue;
+                if (heat || !expands) continue; // no thermal strain without expansion
                 return fault(deck_path, where + "a temperature held in a static step (thermal strain) is not supported");
             }
-            if (!held[v.node])
-                return fault(deck_path, where + "node " + std::to_string(deck.node_tags[v.node]) +
-                                            " is held but no element has it");
+            if (!in_mesh[v.node]) continue; // a node no element has moves nothing when held
             const unsigned ID = fem::DOFs_mgr::ID(v.node, field, heat ? 0 : v.dof - 1);
             if (loads.record_DOF_prescribed_value(ID, v.value, 0) != no_error)
                 return fault(deck_path, where + "a held value cannot be recorded", memory_error);
         }
         if (!heat)
             for (const deck_nodal_value& v : step.forces) {
-                if (!held[v.node])
+                if (!in_mesh[v.node])
                     return fault(deck_path, where + "node " + std::to_string(deck.node_tags[v.node]) +
                                                 " is loaded but no element has it");
                 if (loads.record_DOF_load(fem::DOFs_mgr::ID(v.node, field, v.dof - 1), v.value, 0) != no_error)
@@ -242,7 +242,7 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
         const unsigned comps = heat ? 1 : 3;
         r.values = dense2D<double>(comps, nbr_nodes, 0.0);
         for (unsigned n = 0; n < nbr_nodes; ++n)
-            if (held[n])
+            if (in_mesh[n])
                 for (unsigned k = 0; k < comps; ++k) {
                     double v = 0.0;
                     if (data.U.getID_val(fem::DOFs_mgr::ID(n, field, k), 0, v) != no_error || !std::isfinite(v))
@@ -264,7 +264,7 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
                 return fault(deck_path, where + "reactions: " + forces.msg_title, forces.error_code);
             r.forces = dense2D<double>(3, nbr_nodes, 0.0);
             for (unsigned n = 0; n < nbr_nodes; ++n)
-                for (unsigned k = 0; held[n] && k < 3; ++k) {
+                for (unsigned k = 0; in_mesh[n] && k < 3; ++k) {
                     double v = 0.0;
                     if (forces.reactions.getID_val(fem::DOFs_mgr::ID(n, field, k), 0, v) != no_error)
                         return fault(deck_path, where + "no reaction at node " + std::to_string(deck.node_tags[n]));
@@ -287,7 +287,8 @@ file_status write_deck_dat(const std::string& path, const deck_data& deck, const
         const deck_step_result& r = results[s];
         for (const deck_output& o : deck.steps[s].outputs) {
             if (o.card != "NODE PRINT") {
-                if (o.card == "EL PRINT") skipped.push_back("step " + std::to_string(s + 1) + ": *EL PRINT");
+                if (o.card == "EL PRINT" || o.card == "EL FILE")
+                    skipped.push_back("step " + std::to_string(s + 1) + ": *" + o.card + " (element values)");
                 continue;
             }
             std::vector<unsigned> nodes = deck.node_set(o.set)->items;
