@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cstdint>
 #include <cmath>
 #include <filesystem>
 #include <initializer_list>
@@ -73,6 +74,34 @@ struct card {
             if (p.first == name) return &p.second;
         return nullptr;
     }
+};
+
+// Where each key of a list is, in constant time, so that large sets and load lists
+// read in linear time. Every addition goes through it; a list cleared or copied
+// behind its back has another size, and the index is then rebuilt.
+class list_index {
+public:
+    template <class List, class KeyOf>
+    std::size_t find(const List& list, std::uint64_t key, KeyOf key_of)
+    {
+        if (size_ != list.size()) {
+            at_.clear();
+            for (std::size_t i = 0; i < list.size(); ++i) at_.emplace(key_of(list[i]), i);
+            size_ = list.size();
+        }
+        const auto it = at_.find(key);
+        return it == at_.end() ? npos : it->second;
+    }
+    void added(std::uint64_t key, std::size_t pos)
+    {
+        at_.emplace(key, pos);
+        size_ = pos + 1;
+    }
+    static constexpr std::size_t npos = ~std::size_t(0);
+
+private:
+    std::unordered_map<std::uint64_t, std::size_t> at_;
+    std::size_t size_ = 0;
 };
 
 // How a deck's element type becomes one of the library's: the deck's index of each
@@ -191,6 +220,9 @@ private:
     deck_material* material_ = nullptr;
     deck_step step_;
     std::vector<deck_nodal_value> model_boundaries_;
+    std::map<std::pair<bool, std::string>, list_index> set_index_; // (of nodes, name)
+    std::map<const void*, list_index> list_index_;                 // the nodal lists, fixed members
+    list_index pressure_index_;
     bool in_step_ = false, procedure_ = false;
     std::string keyword_;
     line_cursor* lc_ = nullptr;
@@ -412,9 +444,12 @@ private:
         sets.push_back({name, {}});
         return sets.back();
     }
-    static void add_item(deck_set& s, unsigned item)
+    void add_item(deck_set& s, bool of_nodes, unsigned item)
     {
-        if (std::find(s.items.begin(), s.items.end(), item) == s.items.end()) s.items.push_back(item);
+        list_index& index = set_index_[{of_nodes, s.name}];
+        if (index.find(s.items, item, [](unsigned i) { return std::uint64_t(i); }) != list_index::npos) return;
+        index.added(item, s.items.size());
+        s.items.push_back(item);
     }
 
     void nodes(const card& c)
@@ -548,7 +583,7 @@ private:
         const auto add_tag = [&](std::size_t tag) {
             const auto it = ranks.find(tag);
             if (it == ranks.end()) fail(std::string(what) + " " + std::to_string(tag) + " is not defined");
-            add_item(named_set(sets, name), it->second);
+            add_item(named_set(sets, name), of_nodes, it->second);
         };
         std::vector<std::string_view> f;
         while (data_line(f)) {
@@ -568,7 +603,7 @@ private:
                     const deck_set* inner = find_set(sets, item);
                     if (!inner) fail(std::string("unknown set ") + upper(item));
                     const std::vector<unsigned> items = inner->items; // the set may be the one growing
-                    for (unsigned i : items) add_item(named_set(sets, name), i);
+                    for (unsigned i : items) add_item(named_set(sets, name), of_nodes, i);
                 }
             }
         }
@@ -641,13 +676,17 @@ private:
         return in_step_ || !model_list ? step_list : *model_list;
     }
 
-    static void put(std::vector<deck_nodal_value>& list, const deck_nodal_value& v, bool add)
+    // A value for (node, dof) replaces the one given before.
+    void put(std::vector<deck_nodal_value>& list, const deck_nodal_value& v)
     {
-        for (deck_nodal_value& w : list)
-            if (w.node == v.node && w.dof == v.dof) {
-                w.value = add ? w.value + v.value : v.value;
-                return;
-            }
+        const auto key_of = [](const deck_nodal_value& w) { return std::uint64_t(w.node) * 32 + w.dof; };
+        list_index& index = list_index_[&list];
+        const std::size_t at = index.find(list, key_of(v), key_of);
+        if (at != list_index::npos) {
+            list[at].value = v.value;
+            return;
+        }
+        index.added(key_of(v), list.size());
         list.push_back(v);
     }
 
@@ -664,7 +703,7 @@ private:
             if (last < first) fail("the last degree of freedom is before the first");
             for (std::size_t dof = first; dof <= last; ++dof) {
                 if (!(dof >= 1 && dof <= 3) && dof != 11) refuse("degree of freedom " + std::to_string(dof));
-                for (unsigned n : nodes_of(f[0])) put(list, {n, unsigned(dof), value}, false);
+                for (unsigned n : nodes_of(f[0])) put(list, {n, unsigned(dof), value});
             }
         }
         if (!in_step_) step_.boundaries = model_boundaries_;
@@ -681,7 +720,7 @@ private:
         while (data_line(f)) {
             if (f.size() != 2) fail("a line holds node or set, temperature");
             const double value = number(f[1], "a temperature");
-            for (unsigned n : nodes_of(f[0])) put(d_.initial_temperatures, {n, 11, value}, false);
+            for (unsigned n : nodes_of(f[0])) put(d_.initial_temperatures, {n, 11, value});
         }
     }
 
@@ -696,7 +735,7 @@ private:
             const std::size_t dof = integer(f[1], "a degree of freedom");
             if (dof < 1 || dof > 3) refuse("a force on degree of freedom " + std::to_string(dof));
             const double value = number(f[2], "a value");
-            for (unsigned n : nodes_of(f[0])) put(list, {n, unsigned(dof), value}, false);
+            for (unsigned n : nodes_of(f[0])) put(list, {n, unsigned(dof), value});
         }
     }
 
@@ -731,13 +770,17 @@ private:
                 const deck_element el = d_.elements[e];
                 if (face > block_kinds_[el.block]->faces)
                     fail("face " + std::to_string(face) + " of a " + d_.blocks[el.block].deck_type + " element");
-                bool found = false;
-                for (deck_pressure& p : step_.pressures)
-                    if (p.element.block == el.block && p.element.cell == el.cell && p.face == face) {
-                        p.value = value;
-                        found = true;
-                    }
-                if (!found) step_.pressures.push_back(face_of(el, face, value));
+                const auto key_of = [&](const deck_pressure& p) {
+                    return (std::uint64_t(p.element.block) << 40) + std::uint64_t(p.element.cell) * 8 + p.face;
+                };
+                const std::uint64_t key = key_of({el, face, 0.0, element_none, {}});
+                const std::size_t at = pressure_index_.find(step_.pressures, key, key_of);
+                if (at != list_index::npos) {
+                    step_.pressures[at].value = value;
+                } else {
+                    pressure_index_.added(key, step_.pressures.size());
+                    step_.pressures.push_back(face_of(el, face, value));
+                }
             }
         }
     }
