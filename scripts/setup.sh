@@ -2,7 +2,8 @@
 # when they are missing and we are root.
 kelt_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev liblapack-dev libmetis-dev)
 
-# kelt_install PACKAGE...: those not yet installed, when we are root.
+# kelt_install PACKAGE...: those not yet installed, when we are root. With
+# KELT_NO_RECOMMENDS=1, only what they depend on comes with them.
 kelt_install() {
     local missing=()
     for p in "$@"; do
@@ -12,7 +13,9 @@ kelt_install() {
         if [[ $(id -u) -eq 0 ]]; then
             echo "Installing: ${missing[*]}"
             apt-get update -qq
-            DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+            local extra=()
+            [[ ${KELT_NO_RECOMMENDS:-0} == 1 ]] && extra=(--no-install-recommends)
+            DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${extra[@]}" "${missing[@]}" >/dev/null
         else
             echo "Missing packages (run as root to install): ${missing[*]}" >&2
         fi

@@ -38,6 +38,8 @@ public:
     }
 
     void set_binary(bool b) noexcept { binary_ = b; }
+    // The whole text, for a reader that goes a line at a time.
+    std::string_view text() const noexcept { return s_; }
     bool at_end() noexcept
     {
         skip_space();
@@ -168,6 +170,47 @@ private:
         while (e < s_.size() && e - b < 32 && !is_space(s_[e])) ++e;
         return b >= s_.size() ? std::string_view("end of file") : s_.substr(b, e - b);
     }
+};
+
+// Text read a line at a time, for formats whose records are lines: the line without
+// its end, its 1-based number, and faults placed at its start.
+class line_cursor {
+public:
+    explicit line_cursor(std::string_view text) : s_(text) {}
+
+    // False at the end of the text.
+    bool next() noexcept
+    {
+        if (back_) {
+            back_ = false;
+            return true;
+        }
+        if (next_ >= s_.size()) return false;
+        start_ = next_;
+        std::size_t e = s_.find('\n', start_);
+        next_ = e == std::string_view::npos ? s_.size() : e + 1;
+        if (e == std::string_view::npos) e = s_.size();
+        if (e > start_ && s_[e - 1] == '\r') --e;
+        line_ = s_.substr(start_, e - start_);
+        ++number_;
+        return true;
+    }
+    // The line just read comes again from the next `next`.
+    void back() noexcept { back_ = true; }
+    std::string_view line() const noexcept { return line_; }
+    std::size_t number() const noexcept { return number_; }
+
+    [[noreturn]] void fail(error_type code, const std::string& why) const { throw read_fault(code, start_, false, why); }
+    [[noreturn]] void truncated() const
+    {
+        throw read_fault(invalid_data_error, s_.size(), false, "the file ends early (truncated?)");
+    }
+
+private:
+    std::string_view s_;
+    std::string_view line_;
+    std::size_t start_ = 0, next_ = 0, number_ = 0;
+    bool back_ = false;
 };
 
 // Reads the file into memory and runs `body` on a cursor over it; a fault thrown by
