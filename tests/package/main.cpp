@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <string>
 
 using namespace kelt;
 
@@ -38,10 +40,11 @@ int main()
     const double tip = row < data.U.rows() ? data.U.col(0)[row] : 0.0;
     ok = ok && std::strcmp(fem::version(), "4.4.0.0") == 0 && data.error_code == no_error && tip < 0.0 &&
          data.energies[0] > 0.0;
+    const std::string vtu = (std::filesystem::temp_directory_path() / "kelt_package_host.vtu").string();
     io::vtu_writer out(pos);
     ok = ok && out.add_cells(element_hexa8, cells) == no_error &&
          out.add_point_field("displacement", 3, io::node_vectors(data.U, 8, displacement_tag, 0)) == no_error &&
-         out.write("package_host.vtu").code == no_error;
+         out.write(vtu).code == no_error && std::remove(vtu.c_str()) == 0;
     std::printf("package host: kelt %s, tip deflection %.6e, %s\n", fem::version(), tip, ok ? "found" : "MISMATCH");
     return ok ? 0 : 1;
 }
