@@ -306,7 +306,7 @@ TEST(solver_static_Newton, interrupt_at_every_poll)
 // both ends held: the full circle the solids reach is not yet within the beams'.)
 TEST(solver_static_Newton, finite_beam_cantilever_bends_into_an_arc)
 {
-    constexpr double L = 10.0, E = 1000.0, G = 400.0, pi = std::numbers::pi;
+    constexpr double L = 10.0, E = 1000.0, G = 400.0;
     constexpr unsigned n = 20;
     test_context t;
     dense2D<double> pos(3, n + 1);
