@@ -11,11 +11,12 @@
 //   example_plastic_hinge [elements along the length]   (default 10; 1 x 2 across)
 #include <kelt/fem.h>
 
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
+
+#include "hexa27_grid.h"
 
 using namespace kelt;
 
@@ -24,87 +25,6 @@ namespace {
 // The beam: [0, L] x [0, b] x [0, h], held at x = 0.
 constexpr double L = 10.0, b = 1.0, h = 1.0;
 constexpr double E = 210000.0, nu = 0.3, sigma_y = 250.0;
-
-// Node order of a hexa27 as positions -1, 0, 1 along each local axis: the eight
-// corners, the midpoints of the twelve edges, the centres of the six faces, then
-// the centre.
-struct hexa27_layout {
-    std::array<std::array<int, 3>, 27> at{};
-
-    hexa27_layout()
-    {
-        const int corners[8][3] = {{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1},
-                                   {-1, -1, 1},  {1, -1, 1},  {1, 1, 1},  {-1, 1, 1}};
-        const unsigned edges[12][2] = {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {4, 5}, {5, 6},
-                                       {6, 7}, {7, 4}, {0, 4}, {1, 5}, {2, 6}, {3, 7}};
-        const unsigned faces[6][4] = {{0, 3, 7, 4}, {1, 5, 6, 2}, {0, 4, 5, 1},
-                                      {3, 2, 6, 7}, {0, 1, 2, 3}, {4, 7, 6, 5}};
-        for (unsigned n = 0; n < 8; ++n)
-            for (unsigned k = 0; k < 3; ++k) at[n][k] = corners[n][k];
-        for (unsigned e = 0; e < 12; ++e)
-            for (unsigned k = 0; k < 3; ++k) at[8 + e][k] = (corners[edges[e][0]][k] + corners[edges[e][1]][k]) / 2;
-        for (unsigned f = 0; f < 6; ++f)
-            for (unsigned k = 0; k < 3; ++k) {
-                int s = 0;
-                for (unsigned c : faces[f]) s += corners[c][k];
-                at[20 + f][k] = s / 4;
-            }
-        at[26] = {0, 0, 0};
-    }
-};
-
-// A structured grid of hexa27: the nodes are the points of a grid twice as fine
-// as the elements.
-struct beam_mesh {
-    unsigned ex, ey, ez; // elements along x, y, z
-
-    unsigned gx() const { return 2 * ex + 1; }
-    unsigned gy() const { return 2 * ey + 1; }
-    unsigned gz() const { return 2 * ez + 1; }
-    unsigned node(unsigned i, unsigned j, unsigned k) const { return (k * gy() + j) * gx() + i; }
-    unsigned nbr_nodes() const { return gx() * gy() * gz(); }
-
-    dense2D<double> positions() const
-    {
-        dense2D<double> pos(3, nbr_nodes());
-        for (unsigned k = 0; k < gz(); ++k)
-            for (unsigned j = 0; j < gy(); ++j)
-                for (unsigned i = 0; i < gx(); ++i) {
-                    const unsigned n = node(i, j, k);
-                    pos(0, n) = L * i / (gx() - 1);
-                    pos(1, n) = b * j / (gy() - 1);
-                    pos(2, n) = h * k / (gz() - 1);
-                }
-        return pos;
-    }
-
-    dense2D<unsigned> connectivity() const
-    {
-        const hexa27_layout layout;
-        dense2D<unsigned> mesh(27, ex * ey * ez);
-        unsigned e = 0;
-        for (unsigned k = 0; k < ez; ++k)
-            for (unsigned j = 0; j < ey; ++j)
-                for (unsigned i = 0; i < ex; ++i, ++e)
-                    for (unsigned a = 0; a < 27; ++a)
-                        mesh(a, e) = node(2 * i + 1 + layout.at[a][0], 2 * j + 1 + layout.at[a][1],
-                                          2 * k + 1 + layout.at[a][2]);
-        return mesh;
-    }
-
-    // Weights of a uniform load on a line of quadratic elements, by grid point:
-    // Simpson's 1/6, 4/6, 1/6 of each element's length, so that they sum to 1.
-    static std::vector<double> line_weights(unsigned elements)
-    {
-        std::vector<double> w(2 * elements + 1, 0.0);
-        for (unsigned e = 0; e < elements; ++e) {
-            w[2 * e] += 1.0 / (6.0 * elements);
-            w[2 * e + 1] += 4.0 / (6.0 * elements);
-            w[2 * e + 2] += 1.0 / (6.0 * elements);
-        }
-        return w;
-    }
-};
 
 } // namespace
 
@@ -115,7 +35,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s [elements along the length, 1 to 100]\n", argv[0]);
         return 2;
     }
-    const beam_mesh grid{along, 1, 2};
+    const examples::hexa27_grid grid{along, 1, 2, L, b, h};
 
     fem::context ctx;
     ctx.set_max_threads(2);
@@ -155,7 +75,7 @@ int main(int argc, char** argv)
     // The reference load P_p = M_p / L as a uniform traction on the end face,
     // scaled by the time (evolution function 1): the time is the load factor.
     const double M_p = sigma_y * b * h * h / 4.0, P_p = M_p / L, P_y = sigma_y * b * h * h / (6.0 * L);
-    const std::vector<double> wy = beam_mesh::line_weights(grid.ey), wz = beam_mesh::line_weights(grid.ez);
+    const std::vector<double> wy = grid.line_weights(grid.ey), wz = grid.line_weights(grid.ez);
     const unsigned tip = grid.gx() - 1;
     fem::loads_mgr loads = problem.get_loads_mgr(0);
     for (unsigned k = 0; k < grid.gz(); ++k)

@@ -12,6 +12,7 @@
 #include "kelt/fem/solver_reactions.h"
 #include "kelt/fem/solver_static_linear.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
+#include "kelt/io/text_file.h"
 
 namespace kelt::io {
 
@@ -317,13 +318,7 @@ file_status write_deck_dat(const std::string& path, const deck_data& deck, const
             }
         }
     }
-    FILE* f = std::fopen(path.c_str(), "wb");
-    const bool ok = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (f && std::fclose(f) != 0) return fault(path, "cannot be written", file_open_error);
-    if (!ok) return fault(path, "cannot be written", file_open_error);
-    file_status st;
-    st.file = path;
-    return st;
+    return write_whole_file(path, text);
 }
 
 } // namespace kelt::io

@@ -1,5 +1,7 @@
 #include "kelt/io/text_file.h"
 
+#include "kelt/io/file_sink.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,6 +26,19 @@ bool read_whole_file(const std::string& path, std::string& out)
     }
     ::close(fd);
     return ok;
+}
+
+file_status write_whole_file(const std::string& path, std::string_view text)
+{
+    file_status st;
+    st.file = path;
+    file_sink out(path);
+    out.put(text.data(), text.size());
+    if (!out.ok() || !out.commit()) {
+        st.code = file_open_error;
+        st.text = path + ": cannot be written";
+    }
+    return st;
 }
 
 file_status status_of(const std::string& path, std::string_view text, const read_fault& f)

@@ -221,6 +221,9 @@ file_status read_text_file(const std::string& path, Body&& body);
 // The file's bytes; false when it cannot be opened or read.
 bool read_whole_file(const std::string& path, std::string& out);
 
+// Writes `text` to the file through a temporary one renamed at the end.
+file_status write_whole_file(const std::string& path, std::string_view text);
+
 // The status of a fault at a position of `text`.
 file_status status_of(const std::string& path, std::string_view text, const read_fault& f);
 

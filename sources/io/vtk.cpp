@@ -12,72 +12,12 @@
 
 #include "kelt/fem/DOFs_mgr.h"
 #include "kelt/io/element_orders.h"
+#include "kelt/io/file_sink.h"
+#include "kelt/io/text_file.h"
 
 namespace kelt::io {
 
 namespace {
-
-// Writes through a buffer of a few MB to a temporary file; `commit` renames it.
-class file_sink {
-public:
-    explicit file_sink(const std::string& path) : path_(path), temp_(path + ".part")
-    {
-        fd_ = ::open(temp_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        ok_ = fd_ >= 0;
-        if (ok_) buffer_.reserve(buffer_size);
-    }
-    ~file_sink()
-    {
-        if (fd_ >= 0) ::close(fd_);
-        if (!committed_) ::unlink(temp_.c_str());
-    }
-    file_sink(const file_sink&) = delete;
-    file_sink& operator=(const file_sink&) = delete;
-
-    void put(const void* data, std::size_t bytes)
-    {
-        const char* p = static_cast<const char*>(data);
-        if (buffer_.size() + bytes > buffer_size) flush();
-        if (bytes >= buffer_size) return drain(p, bytes);
-        buffer_.insert(buffer_.end(), p, p + bytes);
-    }
-    void put(const std::string& s) { put(s.data(), s.size()); }
-    bool commit()
-    {
-        flush();
-        if (::close(fd_) != 0) ok_ = false;
-        fd_ = -1;
-        if (ok_) ok_ = ::rename(temp_.c_str(), path_.c_str()) == 0;
-        committed_ = ok_;
-        return ok_;
-    }
-    bool ok() const noexcept { return ok_; }
-
-private:
-    static constexpr std::size_t buffer_size = std::size_t(4) << 20;
-    std::string path_, temp_;
-    int fd_ = -1;
-    bool ok_ = false, committed_ = false;
-    std::vector<char> buffer_;
-
-    void flush()
-    {
-        drain(buffer_.data(), buffer_.size());
-        buffer_.clear();
-    }
-    void drain(const char* p, std::size_t bytes)
-    {
-        while (ok_ && bytes) {
-            const ssize_t n = ::write(fd_, p, bytes);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                ok_ = false;
-                break;
-            }
-            p += n, bytes -= std::size_t(n);
-        }
-    }
-};
 
 std::string xml_escaped(const std::string& s)
 {
@@ -258,12 +198,7 @@ file_status write_pvd(const std::string& path, const std::vector<pvd_entry>& ent
                     xml_escaped(e.file) + "\"/>\n";
         }
         text += "</Collection>\n</VTKFile>\n";
-        file_sink out(path);
-        out.put(text);
-        if (!out.ok() || !out.commit()) return write_error(path);
-        file_status st;
-        st.file = path;
-        return st;
+        return write_whole_file(path, text);
     } catch (const std::bad_alloc&) {
         return write_error(path);
     }

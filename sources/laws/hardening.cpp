@@ -115,6 +115,31 @@ double von_Mises(const voigt6& s) noexcept
     return std::sqrt(0.5 * (d01 * d01 + d12 * d12 + d20 * d20) + 3.0 * (s[3] * s[3] + s[4] * s[4] + s[5] * s[5]));
 }
 
+namespace {
+
+// Newton on q - E l - y(p0 + l) = 0 for the plastic multiplier l of a trial value
+// q past the yield Y = y(p0), E the elastic stiffness that the flow relaxes (3 G
+// for a solid, k for a spring): l, and at p = p0 + l the yield Y and the slope H.
+// False when it does not converge in max_rounds or meets a rigid curve.
+bool plastic_multiplier(const hardening_curve& curve, double q, double E, double p0, double& p, double& Y, double& H,
+                        double& l) noexcept
+{
+    H = curve.slope_at(p0);
+    bool converged = false;
+    for (unsigned round = 0; round < max_rounds && !converged; ++round) {
+        if (H == infinite_slope) return false;
+        const double dl = ((q - Y) - E * l) / (H + E);
+        l += dl;
+        p = p0 + l;
+        H = curve.slope_at(p);
+        Y = curve.yield(p);
+        converged = std::abs(dl) <= tolerance * std::abs(l);
+    }
+    return converged && H != infinite_slope;
+}
+
+} // namespace
+
 bool solid_return_mapping(double G, const hardening_curve& curve, voigt6& stress, double& p, constitutive6& D) noexcept
 {
     const double q = von_Mises(stress), p0 = p;
@@ -125,20 +150,9 @@ bool solid_return_mapping(double G, const hardening_curve& curve, voigt6& stress
     // leaves in the next iteration, and the same branch at every such point, so
     // that the iterations do not cycle between branches picked by rounding.
     if (q <= Y * (1.0 + on_surface)) return true;
-    // Newton on q - 3 G l - y(p0 + l) = 0 for the plastic multiplier l.
     const double g3 = 3.0 * G;
-    double l = 0.0, H = curve.slope_at(p0);
-    bool converged = false;
-    for (unsigned round = 0; round < max_rounds && !converged; ++round) {
-        if (H == infinite_slope) return false;
-        const double dl = ((q - Y) - l * g3) / (H + g3);
-        l += dl;
-        p = p0 + l;
-        H = curve.slope_at(p);
-        Y = curve.yield(p);
-        converged = std::abs(dl) <= tolerance * std::abs(l);
-    }
-    if (!converged || H == infinite_slope) return false;
+    double l = 0.0, H = 0.0;
+    if (!plastic_multiplier(curve, q, g3, p0, p, Y, H, l)) return false;
     // The deviator shrinks by r = Y / q along its own direction.
     const double r = Y / q, b = r - 1.0;
     const double mean = (stress[0] + stress[1] + stress[2]) / 3.0;
@@ -167,18 +181,8 @@ bool scalar_return_mapping(const hardening_curve& curve, double& f, double& p, d
     const double q = std::abs(f), p0 = p;
     double Y = curve.yield(p0);
     if (q <= Y) return true;
-    double l = 0.0, H = curve.slope_at(p0);
-    bool converged = false;
-    for (unsigned round = 0; round < max_rounds && !converged; ++round) {
-        if (H == infinite_slope) return false;
-        const double dl = ((q - Y) - k * l) / (k + H);
-        l += dl;
-        p = p0 + l;
-        H = curve.slope_at(p);
-        Y = curve.yield(p);
-        converged = std::abs(dl) <= tolerance * std::abs(l);
-    }
-    if (!converged || H == infinite_slope) return false;
+    double l = 0.0, H = 0.0;
+    if (!plastic_multiplier(curve, q, k, p0, p, Y, H, l)) return false;
     f = f > 0.0 ? Y : -Y;
     k = k * H / (k + H);
     return true;

@@ -22,12 +22,6 @@ namespace {
 
 constexpr unsigned ground = 0xFFFFFFFFu;
 
-double value(const fem::FEM_matrix& U, unsigned ID, unsigned col = 0)
-{
-    double v = std::nan("");
-    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
-    return v;
-}
 
 fem::law_scalar scalar(double k)
 {

@@ -28,11 +28,6 @@ dense1D<T, 8> list(std::initializer_list<T> v)
     return d;
 }
 
-double value(const fem::FEM_matrix& U, unsigned ID, unsigned col = 0)
-{
-    double v = 0.0;
-    return U.getID_val(ID, col, v) == no_error ? v : std::nan("");
-}
 
 // A linear static run of the models under loads {case, DOF, value}, expected to end with `code`.
 fem::FEM_matrix solve(test_context& t, std::initializer_list<unsigned> models, dense2D<double> pos, fem::DOFs_mgr DOFs,

@@ -18,12 +18,6 @@ namespace {
 
 using Newton = fem::solver_static_Newton;
 
-double value(const fem::FEM_matrix& U, unsigned ID, unsigned col)
-{
-    double v = std::nan("");
-    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
-    return v;
-}
 
 // The residuals of every iteration relative to the reference force, by step.
 struct residuals {

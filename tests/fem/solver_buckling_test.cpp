@@ -112,60 +112,60 @@ TEST(solver_buckling_Euler, a_stocky_column_falls_below_Euler_by_the_shear_term)
     EXPECT_NEAR(data.lambdas[0] / (Pe / 1.1), 1.0, 1e-2);
 }
 
-// A clamped solid column of hexa27, 1 x 1 x 20 in ten elements, pressed on its top
-// face: pi² E I / (4 L²) within 1 % (shear takes 0.2 %).
+// A column of hexa27, 1 x 1 x 20, `across` elements a side and ten along, clamped
+// at its base and pressed on its top face by a unit total in consistent loads
+// (Simpson's weights of the 9-node faces in each direction).
+struct solid_column {
+    explicit solid_column(unsigned across) : m(test::box_mesh(element_hexa27, {1.0, 1.0, 2.0 * L}, {across, across, 10}))
+    {
+        const unsigned model = t.solid(m, E, 0.0);
+        fem::DOFs_mgr dofs(m.nbr_nodes(), true);
+        for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+            if (m.pos(2, n) == 0.0) {
+                EXPECT_EQ(dofs.set(n, displacement_tag, false), no_error);
+            }
+        problem = fem::problem_data(t.ctx, m.pos, dofs, model, 1);
+        fem::loads_mgr loads = problem.get_loads_mgr(0);
+        const auto weight = [&](double x) {
+            const unsigned i = unsigned(std::lround(2.0 * across * x));
+            return (i % 2 ? 4.0 : i == 0 || i == 2 * across ? 1.0 : 2.0) / (6.0 * across);
+        };
+        for (unsigned n = 0; n < m.nbr_nodes(); ++n)
+            if (m.pos(2, n) > 2.0 * L - 1e-9) {
+                EXPECT_EQ(loads.record_DOF_load(test::dof(n, 2), -weight(m.pos(0, n)) * weight(m.pos(1, n)), test::no_func),
+                          no_error);
+            }
+    }
+
+    test::test_context t;
+    test::mesh m;
+    fem::problem_data problem{t.ctx};
+};
+
+// The column of one element across: pi² E I / (4 L²) within 1 % (shear takes 0.2 %).
 TEST(solver_buckling_Euler, a_solid_column_of_hexa27_buckles_at_the_cantilever_load)
 {
-    test::test_context t;
-    test::mesh m = test::box_mesh(element_hexa27, {1.0, 1.0, 2.0 * L}, {1, 1, 10});
-    const unsigned model = t.solid(m, E, 0.0);
-    fem::DOFs_mgr dofs(m.nbr_nodes(), true);
-    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
-        if (m.pos(2, n) == 0.0) {
-            ASSERT_EQ(dofs.set(n, displacement_tag, false), no_error);
-        }
-    fem::problem_data p(t.ctx, m.pos, dofs, model, 1);
-    fem::loads_mgr loads = p.get_loads_mgr(0);
-    // The consistent loads of a 9-node face under a unit total: 1/36 at the
-    // corners, 4/36 at mid-edges, 16/36 at the centre.
-    for (unsigned n = 0; n < m.nbr_nodes(); ++n) {
-        if (m.pos(2, n) < 2.0 * L - 1e-9) continue;
-        const int mid = (std::fabs(m.pos(0, n) - 0.5) < 1e-9) + (std::fabs(m.pos(1, n) - 0.5) < 1e-9);
-        ASSERT_EQ(loads.record_DOF_load(test::dof(n, 2), -(mid == 2 ? 16.0 : mid == 1 ? 4.0 : 1.0) / 36.0, test::no_func),
-                  no_error);
-    }
-    const auto data = buckle(p, 1);
+    solid_column col(1);
+    const auto data = buckle(col.problem, 1);
     ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
     ASSERT_EQ(data.lambdas.size(), 1u);
     EXPECT_NEAR(data.lambdas[0] / (pi * pi * E * I / (4.0 * 4.0 * L * L)), 1.0, 1e-2);
 }
 
-// A hexa27 column whose K of a few MB goes past a 1 MB budget: on disk and on 2
-// threads it buckles as in core on 1; an interrupt at any of its checks ends the
-// run with a warning, no error and no multiplier.
+// The column of two elements across, whose K of a few MB goes past a 1 MB budget:
+// on disk and on 2 threads it buckles as in core on 1; an interrupt at any of its
+// checks ends the run with a warning, no error and no multiplier.
 TEST(solver_buckling_Euler, on_disk_and_on_2_threads_as_in_core_and_interrupted_anywhere)
 {
-    test::test_context t;
-    test::mesh m = test::box_mesh(element_hexa27, {1.0, 1.0, 2.0 * L}, {2, 2, 10});
-    const unsigned model = t.solid(m, E, 0.0);
-    fem::DOFs_mgr dofs(m.nbr_nodes(), true);
-    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
-        if (m.pos(2, n) == 0.0) {
-            ASSERT_EQ(dofs.set(n, displacement_tag, false), no_error);
-        }
-    fem::problem_data p(t.ctx, m.pos, dofs, model, 1);
-    fem::loads_mgr loads = p.get_loads_mgr(0);
-    for (unsigned n = 0; n < m.nbr_nodes(); ++n)
-        if (m.pos(2, n) > 2.0 * L - 1e-9) {
-            ASSERT_EQ(loads.record_DOF_load(test::dof(n, 2), -1.0, test::no_func), no_error);
-        }
-    t.ctx.set_max_threads(1);
+    solid_column col(2);
+    fem::problem_data& p = col.problem;
+    col.t.ctx.set_max_threads(1);
     test::log_capture clean;
     const auto first = buckle(p, 2, 0.0, DBL_MAX, &clean);
     ASSERT_EQ(first.error_code, no_error) << first.msg_title << first.msg_detail;
     ASSERT_EQ(first.lambdas.size(), 2u);
-    t.ctx.set_max_threads(2);
-    ASSERT_EQ(t.ctx.set_max_incore_size(1), no_error);
+    col.t.ctx.set_max_threads(2);
+    ASSERT_EQ(col.t.ctx.set_max_incore_size(1), no_error);
     test::log_capture disk;
     const auto second = buckle(p, 2, 0.0, DBL_MAX, &disk);
     ASSERT_EQ(second.error_code, no_error) << second.msg_title << second.msg_detail;

@@ -17,12 +17,6 @@ using namespace kelt::test;
 
 namespace {
 
-double value(const fem::FEM_matrix& U, unsigned ID)
-{
-    double v = std::nan("");
-    EXPECT_EQ(U.getID_val(ID, 0, v), no_error) << "ID " << ID;
-    return v;
-}
 
 // The octant of the sphere of radii 1 and 2 under an inner pressure, held on its
 // three planes of symmetry: the largest error of the radial displacement at the

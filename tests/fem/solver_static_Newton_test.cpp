@@ -16,12 +16,6 @@ namespace {
 
 using Newton = fem::solver_static_Newton;
 
-double value(const fem::FEM_matrix& U, unsigned ID, unsigned col)
-{
-    double v = std::nan("");
-    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
-    return v;
-}
 
 // A solid of St Venant's law (E, nu, thermal expansion alpha) on m.
 template <class Physics, class Model>

@@ -31,12 +31,6 @@ Solver solver_with(log_capture& c)
     return s;
 }
 
-double value(const fem::FEM_matrix& U, unsigned ID, unsigned col)
-{
-    double v = std::nan("");
-    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
-    return v;
-}
 
 // The largest difference of two columns, relative to the largest value of the first.
 double largest_gap(const dense1D<double, 8>& a, const dense1D<double, 8>& b)

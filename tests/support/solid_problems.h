@@ -2,7 +2,10 @@
 // context that builds models on them, and a cantilever under a tip shear.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <array>
+#include <cmath>
 #include <initializer_list>
 #include <utility>
 #include <vector>
@@ -15,6 +18,15 @@ namespace kelt::test {
 inline constexpr unsigned no_func = 0xFFFFFFFFu;
 
 inline unsigned dof(unsigned node, unsigned comp) { return fem::DOFs_mgr::ID(node, displacement_tag, comp); }
+
+// The value of a DOF in a column of a result, which must have its row (NaN and a
+// failure otherwise).
+inline double value(const fem::FEM_matrix& U, unsigned ID, unsigned col = 0)
+{
+    double v = std::nan("");
+    EXPECT_EQ(U.getID_val(ID, col, v), no_error) << "ID " << ID;
+    return v;
+}
 
 struct mesh {
     dense2D<double> pos;
