@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "kelt/elements/element_frame.h"
+#include "kelt/elements/finite_rotation.h"
 #include "kelt/elements/element_kinematics.h"
 #include "kelt/elements/element_loads.h"
 #include "kelt/elements/physics.h"
@@ -440,7 +441,9 @@ public:
                         w.Ke(i, j) += wf * s;
                     }
                 }
-            if (geometric && matrix)
+            if (geometric && matrix && finite)
+                add_finite_geometric(data.items[p], v, wf, w.Ke);
+            else if (geometric && matrix)
                 for (unsigned b = 0; b < nbr_nodes; ++b)
                     for (unsigned a = 0; a <= b; ++a)
                         for (unsigned k = 0; k < 3; ++k) w.Ke(6 * a + k, 6 * b + k) += wf * v.s[0] * v.dN[a] * v.dN[b];
@@ -494,6 +497,9 @@ private:
         section6 D;
         double e[6], s[6];
         double energy_density;
+        // Finite: the forces times the second derivatives of the strains over
+        // z = (du, r, dr), filled once the forces are known.
+        double Gz[9][9];
     };
 
     error_type prepare(const unsigned* nodes, element_work_type& w, element_data& e) const
@@ -529,21 +535,42 @@ private:
                 r[k] += items[a].N * e.u[6 * a + 3 + k];
             }
         }
-        v.e[0] = du[0] + (second_order ? 0.5 * (du[0] * du[0] + du[1] * du[1] + du[2] * du[2]) : 0.0);
-        v.e[1] = dr[1];
-        v.e[2] = dr[2];
-        v.e[3] = dr[0];
-        v.e[4] = du[1] - r[2];
-        v.e[5] = du[2] + r[1];
-        const double g[3] = {finite ? 1.0 + du[0] : 1.0, finite ? du[1] : 0.0, finite ? du[2] : 0.0};
-        for (unsigned a = 0; a < nbr_nodes; ++a) {
+        // Finite rotations: the strains and their derivatives over z from jets.
+        jet2<9> ej[finite ? 6 : 1];
+        if constexpr (finite) {
+            jet2<9> zu[3], zr[3], zd[3];
+            for (unsigned k = 0; k < 3; ++k) {
+                zu[k] = jet2<9>::variable(k, du[k]);
+                zr[k] = jet2<9>::variable(3 + k, r[k]);
+                zd[k] = jet2<9>::variable(6 + k, dr[k]);
+            }
+            finite_line_strains(zu, zr, zd, ej);
+            for (unsigned m = 0; m < 6; ++m) v.e[m] = ej[m].v;
+            for (unsigned a = 0; a < nbr_nodes; ++a) {
+                const double n = v.dN[a], N = items[a].N;
+                double(*B)[6] = v.B + 6 * a;
+                for (unsigned m = 0; m < 6; ++m)
+                    for (unsigned k = 0; k < 3; ++k) {
+                        B[k][m] = ej[m].g[k] * n;
+                        B[3 + k][m] = ej[m].g[3 + k] * N + ej[m].g[6 + k] * n;
+                    }
+            }
+        } else {
+            v.e[0] = du[0] + (second_order ? 0.5 * (du[0] * du[0] + du[1] * du[1] + du[2] * du[2]) : 0.0);
+            v.e[1] = dr[1];
+            v.e[2] = dr[2];
+            v.e[3] = dr[0];
+            v.e[4] = du[1] - r[2];
+            v.e[5] = du[2] + r[1];
+        }
+        for (unsigned a = 0; a < nbr_nodes && !finite; ++a) {
             const double n = v.dN[a], N = items[a].N;
             double(*B)[6] = v.B + 6 * a;
             for (unsigned i = 0; i < 6; ++i)
                 for (unsigned m = 0; m < 6; ++m) B[i][m] = 0.0;
-            B[0][0] = g[0] * n;
-            B[1][0] = g[1] * n, B[1][4] = n;
-            B[2][0] = g[2] * n, B[2][5] = n;
+            B[0][0] = n;
+            B[1][4] = n;
+            B[2][5] = n;
             B[3][3] = n;
             B[4][1] = n, B[4][5] = N;
             B[5][2] = n, B[5][4] = -N;
@@ -566,7 +593,38 @@ private:
             for (unsigned j = 0; j < 6; ++j) elastic += v.D(i, j) * m[j];
             v.energy_density += 0.5 * m[i] * elastic;
         }
+        if constexpr (finite)
+            for (unsigned k = 0; k < 9; ++k)
+                for (unsigned l = 0; l < 9; ++l) {
+                    double g = 0.0;
+                    for (unsigned i = 0; i < 6; ++i) g += v.s[i] * ej[i].h[k][l];
+                    v.Gz[k][l] = g;
+                }
         return J;
+    }
+
+    // Ke += wf (dz/dq)^T Gz (dz/dq): a translation k of node a moves du_k by
+    // dN_a, a rotation k moves r_k by N_a and dr_k by dN_a.
+    void add_finite_geometric(const kinematic_item<Shape>* items, const point_values& v, double wf,
+                              symmetric_full<double>& Ke) const
+    {
+        for (unsigned j = 0; j < nbr_DOFs; ++j) {
+            const unsigned b = j / 6, l = j % 6;
+            for (unsigned i = 0; i <= j; ++i) {
+                const unsigned a = i / 6, k = i % 6;
+                double s;
+                if (k < 3 && l < 3)
+                    s = v.dN[a] * v.Gz[k][l] * v.dN[b];
+                else if (k < 3)
+                    s = v.dN[a] * (v.Gz[k][l] * items[b].N + v.Gz[k][l + 3] * v.dN[b]);
+                else if (l < 3)
+                    s = (items[a].N * v.Gz[k][l] + v.dN[a] * v.Gz[k + 3][l]) * v.dN[b];
+                else
+                    s = items[a].N * (v.Gz[k][l] * items[b].N + v.Gz[k][l + 3] * v.dN[b]) +
+                        v.dN[a] * (v.Gz[k + 3][l] * items[b].N + v.Gz[k + 3][l + 3] * v.dN[b]);
+                Ke(i, j) += wf * s;
+            }
+        }
     }
 };
 
