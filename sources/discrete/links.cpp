@@ -9,6 +9,8 @@
 #include <new>
 #include <vector>
 
+#include "kelt/core/finite_rotation.h"
+
 namespace kelt::core {
 
 double field_penalty(const element_work_type& w, field_tag field) noexcept
@@ -205,70 +207,26 @@ void rigid_body_st::turned_arm(const double (&t)[3], const double (&r)[3], doubl
     }
 }
 
-rotation_coefficients rotation_coefficients_of(double s) noexcept
-{
-    rotation_coefficients k{};
-    const double t = std::sqrt(s);
-    if (t > 0.1) {
-        // 1 - cos t as 2 sin²(t/2), which keeps its digits.
-        const double sn = std::sin(t), cs = std::cos(t), half = std::sin(0.5 * t), omc = 2.0 * half * half;
-        const double t2 = s, t3 = s * t, t4 = s * s;
-        k.a0 = sn / t;
-        k.a1 = omc / t2;
-        k.b0 = (t * cs - sn) / (2.0 * t3);
-        k.b1 = (t * sn - 2.0 * omc) / (2.0 * t4);
-        k.c0 = (3.0 * sn - 3.0 * t * cs - t2 * sn) / (4.0 * t4 * t);
-        k.c1 = (t2 * cs - 5.0 * t * sn + 8.0 * omc) / (4.0 * t4 * t2);
-        return k;
-    }
-    // a0 = sum (-s)^n / (2n+1)!, a1 = sum (-s)^n / (2n+2)!, and their derivatives
-    // term by term; at s <= 0.01 eight terms leave less than the rounding.
-    double f0 = 1.0, f1 = 0.5; // (-1)^n / (2n+1)!, (-1)^n / (2n+2)!
-    double pw[8] = {1.0};      // s^n
-    for (unsigned n = 1; n < 8; ++n) pw[n] = pw[n - 1] * s;
-    for (unsigned n = 0; n < 8; ++n) {
-        k.a0 += f0 * pw[n], k.a1 += f1 * pw[n];
-        if (n >= 1) k.b0 += n * f0 * pw[n - 1], k.b1 += n * f1 * pw[n - 1];
-        if (n >= 2) k.c0 += n * (n - 1.0) * f0 * pw[n - 2], k.c1 += n * (n - 1.0) * f1 * pw[n - 2];
-        f0 = -f0 / ((2.0 * n + 2.0) * (2.0 * n + 3.0));
-        f1 = -f1 / ((2.0 * n + 3.0) * (2.0 * n + 4.0));
-    }
-    return k;
-}
-
 void rigid_body_ft::turned_arm(const double (&t)[3], const double (&r)[3], double (&q)[3], double (&dq)[3][3],
                                double (&d2q)[3][3][3]) const noexcept
 {
-    // Q r = a0 (t x r) + a1 t (t . r) - h r with h = a1 |t|² = 1 - cos|t|; the
-    // derivatives follow with d|t|²/dt_j = 2 t_j.
-    const double s = t[0] * t[0] + t[1] * t[1] + t[2] * t[2];
-    const rotation_coefficients k = rotation_coefficients_of(s);
-    const double h = k.a1 * s, h1 = k.a1 + s * k.b1, h2 = 2.0 * k.b1 + s * k.c1;
-    const double tr = t[0] * r[0] + t[1] * r[1] + t[2] * r[2];
-    double txr[3], A[3], C[3]; // t x r; the factors of 2 t_j in the first and second derivatives
-    for (unsigned c = 0; c < 3; ++c) {
-        txr[c] = 0.0;
-        for (unsigned j = 0; j < 3; ++j) txr[c] += turned(j, c, r) * t[j];
-    }
-    for (unsigned c = 0; c < 3; ++c) {
-        q[c] = k.a0 * txr[c] + k.a1 * t[c] * tr - h * r[c];
-        A[c] = k.b0 * txr[c] + k.b1 * t[c] * tr - h1 * r[c];
-        C[c] = k.c0 * txr[c] + k.c1 * t[c] * tr - h2 * r[c];
-    }
-    for (unsigned c = 0; c < 3; ++c)
+    // Q r = R(t) r - r = a t x r + b t x (t x r), with its derivatives in t from jets.
+    using J = jet2<3>;
+    const J tj[3] = {J::variable(0, t[0]), J::variable(1, t[1]), J::variable(2, t[2])};
+    J a, b, c;
+    turn_coefficients(tj[0] * tj[0] + tj[1] * tj[1] + tj[2] * tj[2], a, b, c);
+    const J rj[3] = {J(r[0]), J(r[1]), J(r[2])};
+    J turned[3];
+    // Lambda^T with -t is Lambda: r - a (-t) x r + b t x (t x r).
+    const J back[3] = {-tj[0], -tj[1], -tj[2]};
+    turn_transposed(back, a, b, rj, turned);
+    for (unsigned i = 0; i < 3; ++i) {
+        q[i] = turned[i].v - r[i];
         for (unsigned j = 0; j < 3; ++j) {
-            const double ej = c == j ? 1.0 : 0.0;
-            // d(t x r)/dt_j = e_j x r; d(t (t . r))/dt_j = e_j (t . r) + t r_j.
-            const double Dj = k.b0 * turned(j, c, r) + k.b1 * (ej * tr + t[c] * r[j]);
-            dq[c][j] = 2.0 * t[j] * A[c] + k.a0 * turned(j, c, r) + k.a1 * (ej * tr + t[c] * r[j]);
-            for (unsigned m = 0; m <= j; ++m) {
-                const double em = c == m ? 1.0 : 0.0;
-                const double Dm = k.b0 * turned(m, c, r) + k.b1 * (em * tr + t[c] * r[m]);
-                const double v = (j == m ? 2.0 * A[c] : 0.0) + 4.0 * t[j] * t[m] * C[c] + 2.0 * t[j] * Dm +
-                                 2.0 * t[m] * Dj + k.a1 * (ej * r[m] + em * r[j]);
-                d2q[c][j][m] = d2q[c][m][j] = v;
-            }
+            dq[i][j] = turned[i].g[j];
+            for (unsigned k = 0; k < 3; ++k) d2q[i][j][k] = turned[i].h[j][k];
         }
+    }
 }
 
 error_type rigid_body_st::compute_element(pass_kind kind, element_work_type& w) const

@@ -120,15 +120,6 @@ protected:
     unsigned rotation_bits() const noexcept;
 };
 
-// The coefficients of the rotation tensor R(t) = I + a0 [t]x + a1 [t]x [t]x as
-// functions of s = |t|², with their first (b) and second (c) derivatives in s:
-// a0 = sin|t| / |t|, a1 = (1 - cos|t|) / |t|². Closed forms above |t| = 0.1, their
-// series below, where the closed forms lose their digits.
-struct rotation_coefficients {
-    double a0, a1, b0, b1, c0, c1;
-};
-rotation_coefficients rotation_coefficients_of(double s) noexcept;
-
 // The rigid body under finite rotations of its master: g_U = U_s - U_m - Q(R_m) r
 // with Q = R(R_m) - I, and the consistent tangent with its geometric part.
 class rigid_body_ft : public rigid_body_st {

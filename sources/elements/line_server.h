@@ -7,7 +7,7 @@
 #include <cmath>
 
 #include "kelt/elements/element_frame.h"
-#include "kelt/elements/finite_rotation.h"
+#include "kelt/core/finite_rotation.h"
 #include "kelt/elements/element_kinematics.h"
 #include "kelt/elements/element_loads.h"
 #include "kelt/elements/physics.h"

@@ -10,7 +10,7 @@
 
 #include "elements/element_test_support.h"
 #include "kelt/elements/element_frame.h"
-#include "kelt/elements/finite_rotation.h"
+#include "kelt/core/finite_rotation.h"
 #include "kelt/fem/numerical_models.h"
 #include "kelt/laws/law_beam.h"
 #include "kelt/laws/law_spring.h"
