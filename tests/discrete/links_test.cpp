@@ -355,3 +355,126 @@ TEST(tie_rods, carry_force_on_their_side_only)
         }
     }
 }
+
+// Newton through the switch of one-sided members, each load from the state of the
+// last: a node on a spring k to the ground, pushed by P along x, and either a
+// stop at u = g (a one-sided link, at its penalty floor 1e12) or a tension-only
+// tie rod of stiffness 3 k beside the spring. The stop holds the node at g once
+// P > k g and lets it go when P falls back; the tie rod stiffens the pull and
+// leaves the push to the spring; on 1 thread and on 2.
+TEST(one_sided, Newton_crosses_the_switch_both_ways)
+{
+    constexpr double k = 1e3, g = 0.01;
+    struct row {
+        const char* name;
+        bool stop;
+        std::vector<double> P; // in units of k g
+    } rows[] = {{"stop", true, {0.5, 1.5, 3.0, 0.5, -1.0, 2.0}}, {"tie rod", false, {1.0, -1.0, 2.0, -0.5, 0.25}}};
+    for (const row& r : rows)
+        for (unsigned threads : {1u, 2u}) {
+            SCOPED_TRACE(std::string(r.name) + (threads == 1 ? " 1" : " 2"));
+            test_context t;
+            t.ctx.set_max_threads(threads);
+            dense2D<double> pos(3, 2, 0.0);
+            pos(0, 1) = 1.0;
+            fem::DOFs_mgr DOFs(2, false);
+            ASSERT_EQ(DOFs.set(1, displacement_tag, 0, true), no_error);
+            fem::numerical_model_composite all(t.ctx);
+            ASSERT_EQ(all.insert(grounded(t, {id(1, 0)}, {k})), no_error);
+            fem::link_directional_gnl stop(t.ctx);
+            fem::tie_rods tie(t.ctx);
+            if (r.stop) {
+                ASSERT_EQ(stop.init(0, 1, displacement_tag, vector_fixed<double, 3>{1.0, 0.0, 0.0}, -g, false), no_error);
+                ASSERT_EQ(all.insert(stop.get_ID()), no_error);
+            } else {
+                dense2D<unsigned> rod(2, 1);
+                rod(0, 0) = 0, rod(1, 0) = 1;
+                ASSERT_EQ(tie.init(rod, 3 * k, 0.0, 0.0, 0.0, true), no_error);
+                ASSERT_EQ(all.insert(tie.get_ID()), no_error);
+            }
+            fem::problem_data p(t.ctx, pos, DOFs, all.get_ID(), 1);
+            fem::FEM_states state;
+            for (double P : r.P) {
+                fem::loads_mgr loads = p.get_loads_mgr(0);
+                loads.clear();
+                ASSERT_EQ(loads.record_DOF_load(id(1, 0), P * k * g, no_func), no_error);
+                fem::solver_static_Newton::data_type d(p);
+                d.U_start = state;
+                fem::solver_static_Newton().run(d);
+                ASSERT_EQ(d.error_code, no_error) << P << " " << d.msg_title;
+                EXPECT_LE(d.iters[0], 4u) << P;
+                state = d.U;
+                const double u = value(d.U, id(1, 0)) / g;
+                const double expected = r.stop ? std::min(P, 1.0) : P / (P > 0.0 ? 4.0 : 1.0);
+                EXPECT_NEAR(u, expected, 1e-6) << P;
+            }
+        }
+}
+
+// A hexa8 block [0, 1]^3 clamped at x = 0 carries at the centre of its face x = 1
+// a cantilever of closed-form beams (L = 10) under a tip force P along z. The
+// beam's root is joined to the face by a rigid body whose master is either its
+// own node beside the face's centre (every face node a slave) or the face's
+// centre itself, merged with the beam's root (the other face nodes slaves): the
+// tip deflections agree to the penalty's accuracy. On a block 1e4 times stiffer,
+// the beam is clamped: P L^3 / (3 E I) + P L / (G A_z).
+TEST(rigid_body, joins_a_beam_to_a_solid_face_as_merging_its_root_does)
+{
+    constexpr double L = 10.0, E = 1000.0, G = 400.0, P = 1e-3;
+    constexpr unsigned along = 4;
+    const double beam_section[15] = {0, 1, 0, E, G, 0.0, 1.0, 5.0 / 6, 5.0 / 6, 1.0 / 6, 1.0 / 12, 1.0 / 12, 0, 0, 0};
+    const auto tip_deflection = [&](bool merged, double E_block, unsigned threads) {
+        test_context t;
+        t.ctx.set_max_threads(threads);
+        const mesh block = box_mesh(element_hexa8, {1.0, 1.0, 1.0}, {2, 2, 2});
+        const unsigned solid_nodes = block.nbr_nodes();
+        unsigned centre = 0;
+        std::vector<unsigned> face;
+        for (unsigned n = 0; n < solid_nodes; ++n)
+            if (block.pos(0, n) == 1.0) {
+                face.push_back(n);
+                if (block.pos(1, n) == 0.5 && block.pos(2, n) == 0.5) centre = n;
+            }
+        const unsigned root = merged ? centre : solid_nodes, first_new = solid_nodes + (merged ? 0 : 1);
+        const unsigned nodes = first_new + along;
+        dense2D<double> pos(3, nodes);
+        for (unsigned n = 0; n < nodes; ++n)
+            for (unsigned c = 0; c < 3; ++c)
+                pos(c, n) = n < solid_nodes ? block.pos(c, n) : (c == 0 ? 1.0 + L * (n + 1 - first_new) / along : 0.5);
+        if (!merged)
+            for (unsigned c = 0; c < 3; ++c) pos(c, root) = c == 0 ? 1.0 : 0.5;
+        dense2D<unsigned> cells(2, along);
+        for (unsigned e = 0; e < along; ++e) cells(0, e) = e == 0 ? root : first_new + e - 1, cells(1, e) = first_new + e;
+        fem::DOFs_mgr DOFs(nodes, false);
+        for (unsigned n = 0; n < nodes; ++n) {
+            EXPECT_EQ(DOFs.set(n, displacement_tag, !(n < solid_nodes && block.pos(0, n) == 0.0)), no_error);
+            if (n == root || n >= first_new) {
+                EXPECT_EQ(DOFs.set(n, rotation_tag, true), no_error);
+            }
+        }
+        dense1D<double, 8> d(22, 0.0);
+        for (unsigned i = 0; i < 15; ++i) d[i] = beam_section[i];
+        fem::law_beam_StVenant law;
+        fem::model_beam_lin physics;
+        fem::numerical_model_stiff_lin beam(t.ctx);
+        EXPECT_EQ(law.init(d), no_error);
+        EXPECT_EQ(physics.init(law), no_error);
+        EXPECT_EQ(beam.init(t.ctx, physics, cells, element_edge2), no_error);
+        dense1D<unsigned, 8> body;
+        body.push_back(root);
+        for (unsigned n : face)
+            if (n != root) body.push_back(n);
+        fem::rigid_body_lin joint(t.ctx);
+        EXPECT_EQ(joint.init(body, false), no_error);
+        const fem::FEM_matrix U = solve(t, {t.solid(block, E_block, 0.3), beam.get_ID(), joint.get_ID()}, pos, DOFs, 1,
+                                        {{0, double(dof(nodes - 1, 2)), P}});
+        return value(U, dof(nodes - 1, 2));
+    };
+    for (unsigned threads : {1u, 2u}) {
+        const double apart = tip_deflection(false, E, threads), merged = tip_deflection(true, E, threads);
+        EXPECT_NEAR(apart, merged, 1e-4 * std::fabs(merged)) << threads;
+        const double clamped = P * (L * L * L / (3 * E / 12) + L / (G * 5.0 / 6));
+        EXPECT_GT(std::fabs(merged), 1.1 * clamped) << "the block gives";
+        EXPECT_NEAR(tip_deflection(false, 1e4 * E, threads), clamped, 1e-3 * clamped) << threads;
+    }
+}
