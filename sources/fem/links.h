@@ -40,7 +40,9 @@ public:
     [[nodiscard]] error_type get_params(unsigned& node1, unsigned& node2, field_tag& field, double& gap) const;
 };
 
-// The linear constraint sum coefs[i] u(DOFs[i]) + c0 = 0.
+// The linear constraint sum coefs[i] u(DOFs[i]) + c0 = 0. Like initial stresses,
+// c0 is a force of the element at rest: Newton always sees it, a linear static
+// run when the load case has a stress manager (a zero temperature will do).
 class link_directional : public discrete_element {
 public:
     link_directional() = default;

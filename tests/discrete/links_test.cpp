@@ -478,3 +478,34 @@ TEST(rigid_body, joins_a_beam_to_a_solid_face_as_merging_its_root_does)
         EXPECT_NEAR(tip_deflection(false, 1e4 * E, threads), clamped, 1e-3 * clamped) << threads;
     }
 }
+
+// The constant of a linear constraint, -u0 + u1 - d = 0 between two nodes on
+// springs k, acts in a linear static run through the case's initial forces (a
+// stress manager, here of a zero temperature): the nodes part by d to the
+// penalty's accuracy, symmetrically.
+TEST(links, the_constant_term_holds_in_a_linear_static_run)
+{
+    constexpr double d = 0.01;
+    test_context t;
+    fem::law_spring law;
+    ASSERT_EQ(law.init(list({1.0, 0.0, 0.0})), no_error);
+    fem::spring s0(t.ctx), s1(t.ctx);
+    fem::link_directional tie(t.ctx);
+    ASSERT_TRUE(s0.init(0, core::ground_node, displacement_tag, law) == no_error &&
+                s1.init(1, core::ground_node, displacement_tag, law) == no_error &&
+                tie.init(0, 1, displacement_tag, {{1.0, 0.0, 0.0}}, -1.0, 1.0, -d) == no_error);
+    fem::numerical_model_composite all(t.ctx);
+    for (unsigned m : {s0.get_ID(), s1.get_ID(), tie.get_ID()}) ASSERT_EQ(all.insert(m), no_error);
+    dense2D<double> pos(3, 2, 1.5);
+    fem::DOFs_mgr DOFs(2, true);
+    fem::problem_data p(t.ctx, pos, DOFs, all.get_ID(), 1);
+    fem::stress_mgr initial(t.ctx);
+    ASSERT_EQ(initial.set_thermal_load(tie.get_ID(), 0.0, no_func), no_error);
+    p.set_stress_mgr(0, initial);
+    fem::solver_static_linear::data_type data(p);
+    fem::solver_static_linear().run(data);
+    ASSERT_EQ(data.error_code, no_error) << data.msg_detail;
+    const double u0 = value(data.U, id(0, 0)), u1 = value(data.U, id(1, 0));
+    EXPECT_NEAR(u1 - u0, d, 1e-3 * d);
+    EXPECT_NEAR(u1 + u0, 0.0, 1e-4 * d); // the penalty floor 1e12 against k = 1 costs digits
+}
