@@ -159,6 +159,10 @@ void condensation_run(run_state& run, const settings_type& settings, data_type& 
     const bool want_K = settings.mode != 3, want_F = settings.mode != 2;
     const unsigned m = data.master_IDs.size(), cases = want_F ? problem->nbr_load_cases() : 0u;
 
+    const prescribed_set prescribed = collect_prescribed(*problem);
+    vector_fast masters;
+    if (!take_masters(run, *model, data.master_IDs, prescribed, masters)) return;
+
     data.Kc_size_MB = want_K ? double(m) * (double(m) + 1.0) * 4.0 * bytes_to_MB : 0.0;
     data.RHS_size_MB = double(m) * cases * 8.0 * bytes_to_MB;
     data.total_size_MB = data.Kc_size_MB + data.RHS_size_MB;
@@ -169,9 +173,6 @@ void condensation_run(run_state& run, const settings_type& settings, data_type& 
     }
     if (run.stop_requested()) return;
 
-    const prescribed_set prescribed = collect_prescribed(*problem);
-    vector_fast masters;
-    if (!take_masters(run, *model, data.master_IDs, prescribed, masters)) return;
     dense1D<unsigned, 8> excluded;
     if (!excluded.reserve(prescribed.common.size() + m, 1)) throw std::bad_alloc();
     for (unsigned id : prescribed.common) excluded.push_back(id);

@@ -201,31 +201,46 @@ TEST(solver_condensation_static, condensed_loads_give_the_full_displacements_of_
 // disk (bit for bit).
 TEST(solver_condensation_static, threads_and_budget_change_nothing)
 {
-    cantilever beam;
+    // A slender hexa27 beam whose K1 (a few MB) exceeds a budget of 1 MB, clamped
+    // at x = 0, condensed to its other end under a load on its middle.
+    test_context t;
+    const double size[3] = {30.0, 1.0, 1.0};
+    mesh m = box_mesh(element_hexa27, size, {30, 2, 2});
+    const unsigned model = t.solid(m, 1000.0, 0.3);
+    fem::DOFs_mgr DOFs(m.nbr_nodes(), true);
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node)
+        if (m.pos(0, node) == 0.0) {
+            ASSERT_EQ(DOFs.set(node, displacement_tag, false), no_error);
+        }
+    fem::problem_data problem(t.ctx, m.pos, DOFs, model, 1);
     dense1D<unsigned, 8> masters;
-    for (unsigned node = 0; node < beam.m.nbr_nodes(); ++node)
-        if (beam.m.used[node] && beam.m.pos(0, node) == cantilever::L)
+    for (unsigned node = 0; node < m.nbr_nodes(); ++node) {
+        if (m.used[node] && m.pos(0, node) == size[0])
             for (unsigned c = 0; c < 3; ++c) masters.push_back(dof(node, c));
-    beam.t.ctx.set_max_threads(2);
-    const auto two = condense(beam.problem, masters);
-    beam.t.ctx.set_max_threads(1);
-    const auto one = condense(beam.problem, masters);
-    ASSERT_EQ(beam.t.ctx.set_max_incore_size(1), no_error);
-    const auto on_disk = condense(beam.problem, masters, 1, 5);
+        if (m.used[node] && m.pos(0, node) == size[0] / 2) {
+            ASSERT_EQ(problem.get_loads_mgr(0).record_DOF_load(dof(node, 2), -1.0, no_func), no_error);
+        }
+    }
+    t.ctx.set_max_threads(2);
+    const auto two = condense(problem, masters);
+    t.ctx.set_max_threads(1);
+    const auto one = condense(problem, masters);
+    ASSERT_EQ(t.ctx.set_max_incore_size(1), no_error);
+    const auto on_disk = condense(problem, masters, 1, 5);
     for (const auto* d : {&two, &one, &on_disk}) ASSERT_EQ(d->error_code, no_error) << d->msg_title;
     EXPECT_FALSE(one.uses_disk);
     EXPECT_TRUE(on_disk.uses_disk);
-    const unsigned m = masters.size();
+    const unsigned nm = masters.size();
     double scale = 0.0, gap = 0.0;
-    for (unsigned i = 0; i < m; ++i)
-        for (unsigned j = i; j < m; ++j) {
+    for (unsigned i = 0; i < nm; ++i)
+        for (unsigned j = i; j < nm; ++j) {
             scale = std::max(scale, std::fabs(one.Kc(i, j)));
             gap = std::max(gap, std::fabs(one.Kc(i, j) - two.Kc(i, j)));
             ASSERT_EQ(one.Kc(i, j), on_disk.Kc(i, j)) << i << ", " << j;
         }
     // A factorisation summed in another order: a few hundred roundings at most.
     EXPECT_LE(gap, 1e-11 * scale);
-    for (unsigned k = 0; k < m; ++k) ASSERT_EQ(one.Fc(k, 0), on_disk.Fc(k, 0));
+    for (unsigned k = 0; k < nm; ++k) ASSERT_EQ(one.Fc(k, 0), on_disk.Fc(k, 0));
 }
 
 TEST(solver_condensation_static, bad_master_lists_are_refused)

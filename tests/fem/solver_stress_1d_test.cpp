@@ -31,7 +31,9 @@ struct line {
         fem::DOFs_mgr dofs(n + 1, false);
         for (unsigned i = 0; i <= n; ++i) {
             EXPECT_EQ(dofs.set(i, displacement_tag, true), no_error);
-            if (!rod) EXPECT_EQ(dofs.set(i, rotation_tag, true), no_error);
+            if (!rod) {
+                EXPECT_EQ(dofs.set(i, rotation_tag, true), no_error);
+            }
         }
         for (const auto& h : held) EXPECT_EQ(dofs.set(h[0], field_tag(h[1]), h[2], false), no_error);
         dense2D<unsigned> cells(2, n);
