@@ -26,6 +26,8 @@
 #include "kelt/fem/solver_response_spectrum.h"
 #include "kelt/fem/solver_static_Newton.h"
 #include "kelt/fem/solver_static_linear.h"
+#include "kelt/fem/solver_condensation_static.h"
+#include "kelt/fem/solver_stress_1d.h"
 #include "kelt/fem/solver_thermal_static_linear.h"
 #include "kelt/fem/solver_reactions.h"
 #include "kelt/fem/solver_energy.h"

@@ -24,6 +24,10 @@ inline constexpr unsigned result_temperature_gradient = 7; // 3 values
 inline constexpr unsigned result_heat_flux = 8;            // 3 values
 inline constexpr unsigned result_strain = 11;              // xx, yy, zz, xy, xz, yz, engineering shears
 inline constexpr unsigned result_stress = 12;              // xx, yy, zz, xy, xz, yz
+// Along a line element, at the fractions of its length in `abscissas`: rows 3 to
+// 5 the displacement and 6 to 8 the rotation (global frame), 9 to 11 the section
+// forces N, Vy, Vz and 12 to 14 the moments T, My, Mz (element frame).
+inline constexpr unsigned result_along = 13;
 
 // One column of a state matrix, read by DOF identifier; a DOF without a row reads 0.
 struct DOF_values_view {
@@ -164,6 +168,11 @@ public:
     dense1D<unsigned, 8> point_nodes;
     dense2D<double> point_shapes;
     dense1D<double, 8> thermal_value; // the value a thermal source gives
+    // Of a result_along pass: the points, as fractions of the length from the first
+    // node, and what the element's own loads put on its DOFs (global frame, in the
+    // element's DOF order), taken as uniform between the nodes.
+    dense1D<double, 8> abscissas;
+    dense1D<double, 8> element_loads;
 };
 
 inline error_type result_assembler_base::add_element_results(const element_work_type& w)

@@ -81,6 +81,7 @@ public:
     // The axial strain (11) or force (12) in row 3, at the middle of the rod.
     [[nodiscard]] error_type compute_results(unsigned result, const unsigned* nodes, element_work_type& w) const
     {
+        if (result == result_along) return along(nodes, w);
         if (result != result_strain && result != result_stress) return no_error;
         axial_state s;
         if (auto e = evaluate(nodes, w, s); e != no_error) return e;
@@ -95,6 +96,39 @@ private:
     struct axial_state {
         double L, l, d[3], middle[3], strain, k, f, energy;
     };
+
+    // The axial force along the rod: that of its stretch less the share of the
+    // element's loads at node 2, plus the axial load between x and node 2; the
+    // displacement between the nodes' ones.
+    error_type along(const unsigned* nodes, element_work_type& w) const
+    {
+        axial_state s;
+        if (auto e = evaluate(nodes, w, s); e != no_error) return e;
+        const unsigned n = w.abscissas.size();
+        if (!w.results.resize(15, n) || !w.point_IDs.resize(n)) return memory_error;
+        double f[6] = {}, x[2][3], u[6];
+        // The loads come on six places a node, as for beams; a rod takes the translations.
+        for (unsigned k = 0; k < 3 && w.element_loads.size() >= 12; ++k)
+            f[k] = w.element_loads[k], f[3 + k] = w.element_loads[6 + k];
+        if (auto e = gather_nodes<2>(w.pos, nodes, x); e != no_error) return e;
+        gather_values<2>(w.U, nodes, places, u);
+        double f2 = 0.0, q = 0.0;
+        for (unsigned k = 0; k < 3; ++k) {
+            f2 += s.d[k] * f[3 + k];
+            q += s.d[k] * (f[k] + f[3 + k]) / s.L;
+        }
+        for (unsigned p = 0; p < n; ++p) {
+            const double a = w.abscissas[p];
+            w.point_IDs[p] = p;
+            for (unsigned i = 0; i < 15; ++i) w.results(i, p) = 0.0;
+            for (unsigned k = 0; k < 3; ++k) {
+                w.results(k, p) = x[0][k] + a * (x[1][k] - x[0][k]);
+                w.results(3 + k, p) = u[k] + a * (u[3 + k] - u[k]);
+            }
+            w.results(9, p) = s.f - f2 + q * (1.0 - a) * s.L;
+        }
+        return no_error;
+    }
 
     error_type evaluate(const unsigned* nodes, element_work_type& w, axial_state& s) const
     {
@@ -194,6 +228,7 @@ public:
     // two ends, in the element's frame, under each node's coordinates.
     [[nodiscard]] error_type compute_results(unsigned result, const unsigned* nodes, element_work_type& w) const
     {
+        if (result == result_along) return along(nodes, w);
         if (result != result_strain && result != result_stress) return no_error;
         cantilever c;
         if (auto e = solve(nodes, w, c); e != no_error) return e;
@@ -238,6 +273,113 @@ public:
     }
 
 private:
+    struct cantilever;
+
+    // The element as the cantilever that it is between its nodes: the end loads at
+    // node 2 are those of its stiffness less the share of the element's loads that
+    // went to node 2; the section forces at x are those end loads carried back to x
+    // plus the uniform load between x and node 2. Rotations and displacements are
+    // the section strains integrated from node 1 (a rule exact for the quadratic
+    // moments of a uniform load on a constant section); thermal strains are not
+    // among them.
+    error_type along(const unsigned* nodes, element_work_type& w) const
+    {
+        cantilever c;
+        if (auto e = solve(nodes, w, c); e != no_error) return e;
+        const unsigned n = w.abscissas.size();
+        if (!w.results.resize(15, n) || !w.point_IDs.resize(n)) return memory_error;
+        double fg[12] = {}, f[12], ug[12], u[12];
+        for (unsigned i = 0; i < 12 && i < w.element_loads.size(); ++i) fg[i] = w.element_loads[i];
+        to_local(c.R, fg, f);
+        gather_values<2>(w.U, nodes, places, ug);
+        to_local(c.R, ug, u);
+        double P[6], q[3];
+        for (unsigned i = 0; i < 6; ++i) P[i] = c.P2[i] - f[6 + i];
+        for (unsigned i = 0; i < 3; ++i) q[i] = (f[i] + f[6 + i]) / c.L;
+        const law_beam_stiff& law = *physics->law;
+        // The section forces of the uniform load alone on the cantilever, at x.
+        const auto loaded = [&](double x, double (&s)[6]) {
+            const double r = c.L - x;
+            s[0] = q[0] * r, s[4] = q[1] * r, s[5] = q[2] * r;
+            s[1] = -q[2] * r * r / 2.0, s[2] = q[1] * r * r / 2.0, s[3] = 0.0;
+        };
+        // Displacements come from the end loads that the nodes' motion and the load
+        // give the exact element, P2 - K2 dq with dq the free end's motion under the
+        // load alone, so that they reach node 2 whatever share of the load the
+        // element's load routine gave its nodes; forces come from statics with that
+        // share, which keeps them in balance with the loads.
+        double dq[6] = {}, Pd[6];
+        for (unsigned g = 0; g < 6; ++g) {
+            const Gauss_edge point(g, 6);
+            const double xi = point.x[0], x = 0.5 * c.L * (1.0 + xi), wg = 0.5 * c.L * point.weight;
+            section6 D;
+            double C[6][6], B[6][6], s[6];
+            if (!law.get_section(c.key, xi, D) || !invert(D, C)) return invalid_data_error;
+            section_map(c.L, xi, B);
+            loaded(x, s);
+            for (unsigned j = 0; j < 6; ++j)
+                for (unsigned i = 0; i < 6; ++i)
+                    for (unsigned k = 0; k < 6; ++k) dq[j] += wg * B[i][j] * C[i][k] * s[k];
+        }
+        for (unsigned i = 0; i < 6; ++i) {
+            Pd[i] = c.P2[i];
+            for (unsigned j = 0; j < 6; ++j) Pd[i] -= c.K2(i, j) * dq[j];
+        }
+        // Section forces at x from end loads E, and the strains there.
+        const auto at = [&](double x, const double (&E)[6], double (&s)[6]) {
+            double B[6][6], l[6];
+            section_map(c.L, 2.0 * x / c.L - 1.0, B);
+            loaded(x, l);
+            for (unsigned i = 0; i < 6; ++i) {
+                s[i] = l[i];
+                for (unsigned j = 0; j < 6; ++j) s[i] += B[i][j] * E[j];
+            }
+        };
+        const auto forces = [&](double x, double (&s)[6]) { at(x, P, s); };
+        const auto strains = [&](double x, double (&e)[6]) -> bool {
+            const double xi = 2.0 * x / c.L - 1.0;
+            section6 D;
+            double C[6][6], s[6], s0[6];
+            if (!law.get_section(c.key, xi, D) || !invert(D, C)) return false;
+            law.get_initial_forces(c.key, xi, s0);
+            at(x, Pd, s);
+            for (unsigned i = 0; i < 6; ++i) {
+                e[i] = 0.0;
+                for (unsigned j = 0; j < 6; ++j) e[i] += C[i][j] * (s[j] - s0[j]);
+            }
+            return true;
+        };
+        static constexpr double gx[4] = {-0.8611363115940526, -0.3399810435848563, 0.3399810435848563,
+                                         0.8611363115940526};
+        static constexpr double gw[4] = {0.3478548451374538, 0.6521451548625461, 0.6521451548625461,
+                                         0.3478548451374538};
+        for (unsigned p = 0; p < n; ++p) {
+            const double a = w.abscissas[p], x = a * c.L;
+            w.point_IDs[p] = p;
+            double rot[3] = {u[3], u[4], u[5]};
+            double dis[3] = {u[0], u[1] + u[5] * x, u[2] - u[4] * x};
+            for (unsigned g = 0; g < 4 && x > 0.0; ++g) {
+                const double z = 0.5 * x * (1.0 + gx[g]), wz = 0.5 * x * gw[g];
+                double e[6];
+                if (!strains(z, e)) return invalid_data_error;
+                rot[0] += wz * e[3], rot[1] += wz * e[1], rot[2] += wz * e[2];
+                dis[0] += wz * e[0];
+                dis[1] += wz * (e[4] + (x - z) * e[2]);
+                dis[2] += wz * (e[5] - (x - z) * e[1]);
+            }
+            double s[6];
+            forces(x, s);
+            for (unsigned k = 0; k < 3; ++k) {
+                w.results(k, p) = c.x[0][k] + a * (c.x[1][k] - c.x[0][k]);
+                w.results(3 + k, p) = c.R(k, 0) * dis[0] + c.R(k, 1) * dis[1] + c.R(k, 2) * dis[2];
+                w.results(6 + k, p) = c.R(k, 0) * rot[0] + c.R(k, 1) * rot[1] + c.R(k, 2) * rot[2];
+            }
+            const double out[6] = {s[0], s[4], s[5], s[3], s[1], s[2]};
+            for (unsigned i = 0; i < 6; ++i) w.results(9 + i, p) = out[i];
+        }
+        return no_error;
+    }
+
     struct cantilever {
         law_key key;
         double x[2][3];

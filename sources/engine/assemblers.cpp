@@ -76,3 +76,43 @@ error_type matrix_product_assembler::add_symmetric(const symmetric_full<double>&
 }
 
 } // namespace kelt::core
+
+namespace kelt::core {
+
+error_type matrix_split_assembler::add_diagonal(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs)
+{
+    if (auto e = add_diagonal_values(values, IDs); e != no_error) return e;
+    if (values.size() != IDs.size()) return no_error;
+    for (unsigned l = 0; l < IDs.size(); ++l)
+        if (const unsigned m = masters.rank(IDs[l]); m < Kmm.order()) Kmm(m, m) += factor * values[l];
+    return no_error;
+}
+
+error_type matrix_split_assembler::add_symmetric(const symmetric_full<double>& values,
+                                                 const dense1D<unsigned, 8>& IDs, bool symmetric)
+{
+    if (!symmetric || values.order() != IDs.size()) return no_error;
+    if (auto e = add_rows(values, IDs, false); e != no_error) return e;
+    const unsigned n = IDs.size(), nbr_interior = target.matrix.nbr_rows();
+    const double* Ke = values.data();
+    for (unsigned j = 0; j < n; ++j) {
+        const unsigned mj = masters.rank(IDs[j]);
+        const unsigned rj = mj < Kmm.order() ? no_rank : target.IDs->rank(IDs[j]);
+        for (unsigned i = 0; i <= j; ++i) {
+            const double v = factor * assembly_detail::packed(Ke, i, j);
+            if (v == 0.0) continue;
+            const unsigned mi = masters.rank(IDs[i]);
+            if (mi < Kmm.order() && mj < Kmm.order()) {
+                // A master repeated in the element takes (i, j) and (j, i) on its diagonal.
+                Kmm(mi, mj) += (mi == mj && i != j) ? v + v : v;
+            } else if (mi < Kmm.order() && rj < nbr_interior) {
+                Kim.push_back({rj, mi, v});
+            } else if (mj < Kmm.order()) {
+                if (const unsigned ri = target.IDs->rank(IDs[i]); ri < nbr_interior) Kim.push_back({ri, mj, v});
+            }
+        }
+    }
+    return no_error;
+}
+
+} // namespace kelt::core

@@ -480,6 +480,36 @@ private:
     }
 };
 
+// One entry of a coupling block K_im: interior rank, master rank, value.
+struct coupling_entry {
+    unsigned row;
+    unsigned master;
+    double value;
+};
+
+// Splits element matrices between interior and master DOFs in one sweep: the
+// interior block into the symmetric matrix (whose table holds the interior DOFs
+// only), the coupling block as entries (repeats summed later by the caller), the
+// master block into a dense symmetric matrix. `masters` ranks the master DOFs as
+// rows of K_mm; a DOF in neither table is dropped.
+class matrix_split_assembler final : public matrix_sym_assembler<indexed_sym_matrix> {
+public:
+    matrix_split_assembler(indexed_sym_matrix& interior, const vector_fast& masters_, symmetric_full<double>& Kmm_,
+                           std::vector<coupling_entry>& Kim_)
+        : matrix_sym_assembler<indexed_sym_matrix>(interior), masters(masters_), Kmm(Kmm_), Kim(Kim_)
+    {
+    }
+
+    bool is_null() const override { return false; }
+    error_type add_diagonal(const dense1D<double, 8>& values, const dense1D<unsigned, 8>& IDs) override;
+    error_type add_symmetric(const symmetric_full<double>& values, const dense1D<unsigned, 8>& IDs,
+                             bool symmetric) override;
+
+    const vector_fast& masters;
+    symmetric_full<double>& Kmm;
+    std::vector<coupling_entry>& Kim;
+};
+
 using sym_assembler = matrix_sym_assembler<indexed_sym_matrix>;
 using skew_assembler = matrix_skew_assembler<indexed_sym_matrix>;
 

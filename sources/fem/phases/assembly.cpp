@@ -71,6 +71,40 @@ error_type assemble_vector(numerical_model_base& model, pass_kind kind, element_
     return e;
 }
 
+bool assemble_split_matrix(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
+                           const numbering& n, const vector_fast& masters, indexed_sym_matrix& A,
+                           symmetric_full<double>& Kmm, std::vector<coupling_entry>& Kim,
+                           std::vector<std::size_t>& Kim_start, double& timer)
+{
+    phase_timer t(timer);
+    if (!allocate_matrix(run, n, A)) return false;
+    Kmm = 0.0;
+    Kim.clear();
+    matrix_split_assembler into(A, masters, Kmm, Kim);
+    pass.matrix = &into;
+    error_type e = model.run_elements(kind, pass);
+    if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
+    if (e != no_error) {
+        KELT_RAISE(run, e, "Assembly error.");
+        return false;
+    }
+    // Stable: repeats are summed in element order.
+    std::stable_sort(Kim.begin(), Kim.end(), [](const coupling_entry& a, const coupling_entry& b) {
+        return a.master < b.master || (a.master == b.master && a.row < b.row);
+    });
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < Kim.size(); ++i)
+        if (kept && Kim[kept - 1].master == Kim[i].master && Kim[kept - 1].row == Kim[i].row)
+            Kim[kept - 1].value += Kim[i].value;
+        else
+            Kim[kept++] = Kim[i];
+    Kim.resize(kept);
+    Kim_start.assign(std::size_t(Kmm.order()) + 1, 0);
+    for (const coupling_entry& c : Kim) ++Kim_start[c.master + 1];
+    for (unsigned k = 0; k < Kmm.order(); ++k) Kim_start[k + 1] += Kim_start[k];
+    return true;
+}
+
 bool assemble_tangent(run_state& run, numerical_model_base& model, pass_kind kind, element_pass_type pass,
                       const numbering& n, indexed_sym_matrix& A, indexed_vector& residual, double& energy,
                       double& timer)

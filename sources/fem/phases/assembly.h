@@ -3,6 +3,8 @@
 // product of the model's matrix with a vector.
 #pragma once
 
+#include <vector>
+
 #include "kelt/core/FEM_states.h"
 #include "kelt/core/element_records.h"
 #include "kelt/engine/assemblers.h"
@@ -43,6 +45,18 @@ element_pass_type column_pass(const problem_data& problem, const FEM_real_states
 // `energy` when asked.
 [[nodiscard]] error_type assemble_vector(numerical_model_base& model, pass_kind kind, element_pass_type pass,
                                          indexed_vector& target, double factor = 1.0, double* energy = nullptr);
+
+// The matrix of `kind` split in one element sweep between the interior DOFs of
+// the numbering and the `masters`: the interior block into A (allocated on the
+// profile), the master block into Kmm (zeroed, of the masters' order), the
+// coupling block as entries sorted by master, then by interior rank, repeats
+// summed; `Kim_start[k]` is the first entry of master k ("Assembly error."). The
+// time goes to `timer`.
+[[nodiscard]] bool assemble_split_matrix(run_state& run, numerical_model_base& model, pass_kind kind,
+                                         element_pass_type pass, const numbering& n, const vector_fast& masters,
+                                         indexed_sym_matrix& A, symmetric_full<double>& Kmm,
+                                         std::vector<coupling_entry>& Kim, std::vector<std::size_t>& Kim_start,
+                                         double& timer);
 
 // The tangent of `kind` at the state in `pass.U` into A (zeros on the profile
 // first) and, in the same sweep, the opposite of the internal forces into
