@@ -17,11 +17,11 @@ using namespace kelt;
 
 namespace {
 
-constexpr unsigned n = 40;                      // segments
-constexpr double span = 100.0;                  // m, also the cable's length in the straight start
-constexpr double EA = 1.0e5;                    // N: a synthetic rope
-constexpr double e0 = 0.01;                     // initial strain: the straight start is in tension
-constexpr double weight = 2.85e3;               // N, the rope's whole weight
+constexpr unsigned n = 40;        // segments
+constexpr double span = 100.0;    // m, also the cable's length in the straight start
+constexpr double EA = 1.0e5;      // N: a synthetic rope
+constexpr double e0 = 0.01;       // initial strain: the straight start is in tension
+constexpr double weight = 2.85e3; // N, the rope's whole weight
 
 // The elastic catenary on the reference length L0 = span, by the Lagrangian s:
 // T = EA (stretch - 1 + e0), so the stretch is (1 - e0) + T / EA, and with the

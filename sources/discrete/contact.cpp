@@ -37,7 +37,8 @@ void current(const element_work_type& w, unsigned node, double (&x)[3]) noexcept
 void insert_displacements(unsigned node, unsigned field_selector, vector_fast& set)
 {
     for (unsigned c = 0; c < 3; ++c)
-        if (field_selected(field_selector, c) && set.push_back(field_DOF(node, displacement_tag, c)) == vector_fast::none)
+        if (field_selected(field_selector, c) &&
+            set.push_back(field_DOF(node, displacement_tag, c)) == vector_fast::none)
             throw std::bad_alloc();
 }
 
@@ -123,7 +124,8 @@ error_type contact_rigid::compute_element(pass_kind kind, element_work_type& w) 
         // The slaves' DOFs, then the master's, which every block shares.
         std::vector<unsigned> IDs(3 * (ns + 1));
         for (unsigned i = 0; i <= ns; ++i)
-            for (unsigned c = 0; c < 3; ++c) IDs[3 * i + c] = field_DOF(i < ns ? nodes[i] : master, displacement_tag, c);
+            for (unsigned c = 0; c < 3; ++c)
+                IDs[3 * i + c] = field_DOF(i < ns ? nodes[i] : master, displacement_tag, c);
         std::vector<double> F(IDs.size(), 0.0);
         double y[3], energy = 0.0;
         current(w, master, y);
@@ -174,8 +176,7 @@ error_type contact_rigid::compute_element(pass_kind kind, element_work_type& w) 
 }
 
 error_type contact_plane::init(const dense1D<unsigned, 8>& slaves, unsigned master_,
-                               const vector_fixed<double, 3>& normal_, double offset_, double sharpness_,
-                               double K_max_)
+                               const vector_fixed<double, 3>& normal_, double offset_, double sharpness_, double K_max_)
 {
     nodes.clear();
     if (!unit(normal_, normal)) return invalid_data_error;
@@ -190,8 +191,8 @@ void contact_plane::surface(const double (&d)[3], double (&n)[3], double& g, dou
     r = 0.0;
 }
 
-error_type contact_sphere::init(const dense1D<unsigned, 8>& slaves, unsigned master_, double radius_,
-                                double sharpness_, double K_max_, bool no_pull_)
+error_type contact_sphere::init(const dense1D<unsigned, 8>& slaves, unsigned master_, double radius_, double sharpness_,
+                                double K_max_, bool no_pull_)
 {
     radius = radius_, sharpness = sharpness_, K_max = K_max_, no_pull = no_pull_;
     return set_nodes(slaves, master_);
@@ -268,7 +269,7 @@ error_type block_stops::compute_element(pass_kind kind, element_work_type& w) co
     if (k == 0.0) return no_error;
     const bool matrix = w.matrix_mode == matrix_tangent || w.matrix_mode == matrix_material;
     const bool vector = w.vector_mode == 1;
-    auto along = [&](const DOF_values_view& U, const unsigned (&IDs)[3]) {
+    auto along = [&](const DOF_values_view& U, const unsigned(&IDs)[3]) {
         double s = 0.0;
         if (!U.empty())
             for (unsigned c = 0; c < 3; ++c) s += direction[c] * U.get(IDs[c]);
@@ -384,7 +385,8 @@ error_type cable::evaluate(element_work_type& w) const
             // The reference's strain in the linear form of the path's length.
             double dL = 0.0;
             for (unsigned i = 0; i < n; ++i)
-                for (unsigned c = 0; c < 3; ++c) dL += b[3 * i + c] * w.U_ref.get(field_DOF(nodes[i], displacement_tag, c));
+                for (unsigned c = 0; c < 3; ++c)
+                    dL += b[3 * i + c] * w.U_ref.get(field_DOF(nodes[i], displacement_tag, c));
             T = a * dL / L0;
         }
         if (a == 0.0 && T == 0.0) return no_error;

@@ -47,8 +47,8 @@ error_type contact_sphere::init(const dense1D<unsigned, 8>& nodes, unsigned mast
         *this, [&](core::contact_sphere& c) { return c.init(nodes, master, radius, sharpness, K_max, no_pull); });
 }
 
-error_type contact_sphere::get_params(dense1D<unsigned, 8>& nodes, unsigned& master, double& radius,
-                                      double& sharpness, double& K_max, bool& no_pull) const
+error_type contact_sphere::get_params(dense1D<unsigned, 8>& nodes, unsigned& master, double& radius, double& sharpness,
+                                      double& K_max, bool& no_pull) const
 {
     return call<core::contact_sphere>(*this, [&](core::contact_sphere& c) {
         master = c.master, radius = c.radius, sharpness = c.sharpness, K_max = c.K_max, no_pull = c.no_pull;
@@ -67,9 +67,8 @@ error_type contact_cylinder::init(const dense1D<unsigned, 8>& nodes, unsigned ma
     });
 }
 
-error_type contact_cylinder::get_params(dense1D<unsigned, 8>& nodes, unsigned& master,
-                                        vector_fixed<double, 3>& axis, double& radius, double& sharpness,
-                                        double& K_max, bool& no_pull) const
+error_type contact_cylinder::get_params(dense1D<unsigned, 8>& nodes, unsigned& master, vector_fixed<double, 3>& axis,
+                                        double& radius, double& sharpness, double& K_max, bool& no_pull) const
 {
     return call<core::contact_cylinder>(*this, [&](core::contact_cylinder& c) {
         master = c.master, axis = fixed3(c.axis), radius = c.radius, sharpness = c.sharpness, K_max = c.K_max;
@@ -85,8 +84,7 @@ void block_stops::create(context& ctx) { make<core::block_stops>(ctx); }
 error_type block_stops::init(const dense1D<unsigned, 8>& nodes, field_tag field,
                              const vector_fixed<double, 3>& direction, double limit)
 {
-    return call<core::block_stops>(*this,
-                                   [&](core::block_stops& b) { return b.init(nodes, field, direction, limit); });
+    return call<core::block_stops>(*this, [&](core::block_stops& b) { return b.init(nodes, field, direction, limit); });
 }
 
 error_type block_stops::get_params(dense1D<unsigned, 8>& nodes, field_tag& field, vector_fixed<double, 3>& direction,
@@ -122,8 +120,7 @@ void cable_rigid::create(context& ctx) { make<core::cable_rigid>(ctx); }
 
 error_type cable_rigid::init(const dense1D<unsigned, 8>& nodes, bool tension_only, double p1, double p2)
 {
-    return call<core::cable_rigid>(*this,
-                                   [&](core::cable_rigid& c) { return c.init(nodes, tension_only, p1, p2); });
+    return call<core::cable_rigid>(*this, [&](core::cable_rigid& c) { return c.init(nodes, tension_only, p1, p2); });
 }
 
 error_type cable_rigid::get_params(dense1D<unsigned, 8>& nodes, bool& tension_only, double& p1, double& p2) const

@@ -31,11 +31,9 @@ public:
     void create(context& ctx);
     // The slaves are sorted, repeats and the master dropped; the normal is normalised.
     [[nodiscard]] error_type init(const dense1D<unsigned, 8>& nodes, unsigned master,
-                                  const vector_fixed<double, 3>& normal, double offset, double sharpness,
-                                  double K_max);
-    [[nodiscard]] error_type get_params(dense1D<unsigned, 8>& nodes, unsigned& master,
-                                        vector_fixed<double, 3>& normal, double& offset, double& sharpness,
-                                        double& K_max) const;
+                                  const vector_fixed<double, 3>& normal, double offset, double sharpness, double K_max);
+    [[nodiscard]] error_type get_params(dense1D<unsigned, 8>& nodes, unsigned& master, vector_fixed<double, 3>& normal,
+                                        double& offset, double& sharpness, double& K_max) const;
 };
 
 // Each slave kept outside the sphere of the radius about the master. With no_pull
@@ -102,8 +100,7 @@ public:
     explicit cable_rigid(context& ctx) { create(ctx); }
     void create(context& ctx);
     [[nodiscard]] error_type init(const dense1D<unsigned, 8>& nodes, bool tension_only, double p1, double p2);
-    [[nodiscard]] error_type get_params(dense1D<unsigned, 8>& nodes, bool& tension_only, double& p1,
-                                        double& p2) const;
+    [[nodiscard]] error_type get_params(dense1D<unsigned, 8>& nodes, bool& tension_only, double& p1, double& p2) const;
 };
 
 } // namespace kelt::fem
