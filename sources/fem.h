@@ -5,6 +5,7 @@
 #include "kelt/math/math.h"
 #include "kelt/fem/base_class.h"
 #include "kelt/fem/bases_mgr.h"
+#include "kelt/fem/contact.h"
 #include "kelt/fem/context.h"
 #include "kelt/fem/discrete_elements.h"
 #include "kelt/fem/links.h"

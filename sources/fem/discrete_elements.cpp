@@ -3,6 +3,7 @@
 #include <new>
 
 #include "kelt/core/context.h"
+#include "kelt/discrete/contact.h"
 #include "kelt/discrete/discrete_elements.h"
 #include "kelt/discrete/links.h"
 #include "kelt/fem/context.h"
@@ -51,6 +52,13 @@ template void discrete_element::make<core::link_directional_gnl>(context&);
 template void discrete_element::make<core::link_drill>(context&);
 template void discrete_element::make<core::rigid_body_st>(context&);
 template void discrete_element::make<core::rigid_body_ft>(context&);
+// And those of contact.cpp.
+template void discrete_element::make<core::contact_plane>(context&);
+template void discrete_element::make<core::contact_sphere>(context&);
+template void discrete_element::make<core::contact_cylinder>(context&);
+template void discrete_element::make<core::block_stops>(context&);
+template void discrete_element::make<core::cable>(context&);
+template void discrete_element::make<core::cable_rigid>(context&);
 
 // ---------------------------------------------------------------- springs
 
