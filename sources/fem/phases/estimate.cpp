@@ -148,9 +148,10 @@ bool check_needs(run_state& run, const fem::run_estimate& needs)
 double factor_rate(context_type& context)
 {
     if (context.flop_rate > 0.0) return context.flop_rate;
-    // A dense block of the width at which the numbering cuts its blocks, so that
-    // the panels and their products run as they do in a real factor.
-    constexpr unsigned n = 720;
+    // A dense block as wide as the blocks of a solid's factor near its top (600
+    // nodes of 3 DOFs at most), so that the panels and their products run as they
+    // do there, where most of the flops are; about 0.6 Gflop a trial.
+    constexpr unsigned n = 1200;
     profile_type profile;
     profile.blocks.resize(1);
     block_profile_type& b = profile.blocks[0];
@@ -159,7 +160,7 @@ double factor_rate(context_type& context)
     const double flops = factor_flops(profile);
     const unsigned threads = std::max(1u, context.process_mgr->max_threads), LLC = context.process_mgr->LLC_size;
     double best = 0.0;
-    for (int trial = 0; trial < 3; ++trial) {
+    for (int trial = 0; trial < 2; ++trial) {
         symmetric_hybrid_OOC<double> A;
         if (A.create(profile, n, 0.5) != no_error) return 0.0;
         const symmetric_skyline_block v = A.proxy()->block_for_access(0);
