@@ -54,10 +54,10 @@ int run_case(unsigned n, unsigned threads)
         std::printf("    run failed: %d %s%s", int(data.error_code), data.msg_title, data.msg_detail);
         return 1;
     }
-    std::printf("  n = %u, %u DOFs, %u thread(s): factor %.1f MB, %.3g flops, peak in core %.1f MB; estimate "
+    std::printf("  n = %u, %u DOFs, %u thread(s): factor %.1f MB, %.3g flops, peak in core %.1f MB, least %.1f MB; estimate "
                 "took %.2f s (numbering %.2f s), rate %.2f Gflop/s\n",
                 n, e.nbr_free_DOFs, threads, double(e.factor_bytes) / 1048576.0, e.factor_flops,
-                double(e.peak_incore_bytes) / 1048576.0, estimating, data.time_numbering, e.flop_rate * 1e-9);
+                double(e.peak_incore_bytes) / 1048576.0, double(e.least_incore_bytes) / 1048576.0, estimating, data.time_numbering, e.flop_rate * 1e-9);
     std::printf("    factorisation: estimated %.2f s, measured %.2f s, measured / estimated %.2f\n",
                 e.factor_seconds, data.time_factorization,
                 e.factor_seconds > 0.0 ? data.time_factorization / e.factor_seconds : 0.0);

@@ -139,6 +139,14 @@ mechanism classify(const std::vector<double>& z, const numbering& n, const probl
     m.first_node = nodes.front(), m.last_node = nodes.back(), m.nbr_nodes = unsigned(nodes.size());
     for (unsigned v : nodes) add_models(m.models, g.models[v]);
     std::sort(m.models.begin(), m.models.end());
+    // Only rotations about one axis move: nodes that turn with nothing to hold
+    // them, a beam's ends free in twist or a shell's drilling rotations.
+    if (std::all_of(moves.begin(), moves.end(), [&](const moved& v) { return v.place == moves[0].place; }) &&
+        moves[0].place >= 3 && moves[0].place < 6) {
+        m.kind = mechanism_kind::free_rotation;
+        m.node = nodes[0], m.component = moves[0].place;
+        return m;
+    }
     if (nodes.size() == 1) {
         const moved* big = &moves[0];
         for (const moved& v : moves)
@@ -306,9 +314,14 @@ void describe(const mechanism& m, char* text, unsigned size)
     int used = 0;
     switch (m.kind) {
     case mechanism_kind::free_rotation:
-        used = std::snprintf(text, size, "Zero-energy mode: free rotation %s of node %u (a beam end or a shell's "
-                                         "drilling rotation that nothing holds), ",
-                             place_names[m.component], m.node);
+        if (m.nbr_nodes == 1)
+            used = std::snprintf(text, size, "Zero-energy mode: free rotation %s of node %u (a beam end or a shell's "
+                                             "drilling rotation that nothing holds), ",
+                                 place_names[m.component], m.node);
+        else
+            used = std::snprintf(text, size, "Zero-energy mode: free rotation %s of nodes %u to %u (%u nodes) (beam "
+                                             "ends free in twist, or drilling rotations), ",
+                                 place_names[m.component], m.first_node, m.last_node, m.nbr_nodes);
         break;
     case mechanism_kind::free_translation:
         used = std::snprintf(text, size, "Zero-energy mode: free translation %s of node %u, ",

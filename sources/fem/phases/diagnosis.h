@@ -27,7 +27,7 @@ struct floating_part {
 enum class mechanism_kind {
     rigid_translation, // a part moves as a whole along `axis`
     rigid_rotation,    // a part turns as a whole about `axis` through `centre`
-    free_rotation,     // one node turns alone: a beam end or a shell's drilling rotation that nothing holds
+    free_rotation,     // nodes turn about one axis with nothing to hold them: beam ends free in twist, drilling rotations
     free_translation,  // one node moves alone along one axis
     hinge,             // parts turn against each other
     unheld_field,      // a scalar field (a temperature) that nothing holds
@@ -37,7 +37,7 @@ struct mechanism {
     mechanism_kind kind = mechanism_kind::hinge;
     unsigned pivot_ID = 0xFFFFFFFFu; // DOF of the bad pivot it comes from
     unsigned first_node = 0, last_node = 0, nbr_nodes = 0;
-    unsigned node = 0, component = 0; // of a free rotation or translation: the DOF's place
+    unsigned node = 0, component = 0; // of a free rotation or translation: the (first) node and the DOF's place
     double axis[3] = {0.0, 0.0, 0.0};
     double centre[3] = {0.0, 0.0, 0.0};
     std::vector<unsigned> models;
