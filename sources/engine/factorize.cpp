@@ -492,7 +492,7 @@ struct factor_run {
         for (workspace& w : ws) w.group_cols = tiles_for(LLC_size).group_cols;
     }
 
-    // Blocks [b0, b1) of `list` are finished: the caller hears of it.
+    // The `count` blocks of `list` are finished: the caller hears of it.
     void finished(const unsigned* list, unsigned count)
     {
         if (!progress || error != no_error) return;

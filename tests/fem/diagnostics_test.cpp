@@ -162,6 +162,14 @@ TEST(solver_static_linear_estimate, a_budget_too_small_is_refused_before_assembl
     EXPECT_EQ(data.time_RHS_assembly + data.time_K_assembly, 0.0);
     EXPECT_TRUE(std::filesystem::is_empty(folder));
     std::filesystem::remove_all(folder);
+
+    // The same run against the context's limit on its total: the figure and the limit.
+    block c2(32, 8, 8);
+    c2.t.ctx.set_max_total_size(1);
+    const auto limited = solve(c2.problem, c);
+    EXPECT_EQ(limited.error_code, insufficient_memory_error);
+    EXPECT_NE(std::string(limited.msg_detail).find("(set_max_total_size) is 1 MB"), std::string::npos)
+        << limited.msg_detail;
 }
 
 // Progress by phase: in each, fractions that never fall and end at 1; a host that
