@@ -68,8 +68,7 @@ core::profile_type dense_profile(unsigned n, std::vector<unsigned> cuts)
 std::vector<std::string> lines_with(const log_capture& c, const std::string& key)
 {
     std::vector<std::string> out;
-    for (const auto& l : c.lines)
-        if (l.second.find(key) != std::string::npos) out.push_back(l.second);
+    for (const auto& l : c.lines) if (l.second.find(key) != std::string::npos) out.push_back(l.second);
     return out;
 }
 
@@ -141,6 +140,31 @@ TEST(solver_static_linear_estimate, equals_what_the_run_allocates_and_counts)
     ASSERT_EQ(solved.error_code, no_error) << solved.msg_title << solved.msg_detail;
     EXPECT_EQ(e.nbr_free_DOFs, solved.nbr_free_DOFs);
     EXPECT_EQ(e.states_bytes, std::uint64_t(solved.nbr_rows) * 2 * 8);
+}
+
+// Whether a budget sends the run to disk is what the memory manager then does.
+TEST(solver_static_linear_estimate, foretells_whether_the_budget_sends_the_run_to_disk)
+{
+    block b(24, 6, 6); // K of 4.5 MB, its least window 1.1 MB
+    const std::string root = std::filesystem::temp_directory_path().string() + "/";
+    for (unsigned MB : {0u, 2u, 64u}) {
+        SCOPED_TRACE(MB);
+        std::filesystem::create_directories(root + "kelt_diag_disk/");
+        ASSERT_EQ(b.t.ctx.set_max_incore_size(MB, root.c_str(), "kelt_diag_disk/"), no_error);
+        fem::solver_static_linear s;
+        fem::solver_static_linear::data_type data(b.problem);
+        fem::run_estimate e;
+        ASSERT_EQ(s.estimate(data, e), no_error);
+        s.run(data);
+        ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
+        EXPECT_EQ(e.out_of_core, data.uses_disk);
+        EXPECT_EQ(e.out_of_core, MB == 2u);
+        if (e.out_of_core) {
+            EXPECT_LE(e.peak_incore_bytes, e.budget_bytes);
+            EXPECT_GE(e.disk_bytes, e.factor_bytes);
+        }
+        std::filesystem::remove_all(root + "kelt_diag_disk/");
+    }
 }
 
 // A budget below the least window of K is refused at once, with both figures,
