@@ -21,6 +21,7 @@ struct run_estimate {
     bool out_of_core = false;             // some array goes to a swap file under the budget
     std::uint64_t disk_bytes = 0;         // written to swap files then
     std::uint64_t disk_free_bytes = 0;    // free in the swap folder (when out of core)
+    bool disk_free_known = false;         // false when the folder could not be asked
     double flop_rate = 0.0;               // flops a second of this machine's factorisation
     double factor_seconds = 0.0;          // factor_flops / flop_rate
 };

@@ -48,11 +48,14 @@ std::vector<std::uint64_t> shares(std::vector<array_need> arrays, std::uint64_t 
     return out;
 }
 
-std::uint64_t free_bytes(const char* folder)
+// Free bytes of the folder's file system; false when it cannot be asked (the
+// folder is gone: the swap file's own error tells that better).
+bool free_bytes(const char* folder, std::uint64_t& bytes)
 {
     struct statvfs s {};
-    if (!folder || statvfs(folder, &s) != 0) return 0;
-    return std::uint64_t(s.f_bavail) * std::uint64_t(s.f_frsize);
+    if (!folder || statvfs(folder, &s) != 0) return false;
+    bytes = std::uint64_t(s.f_bavail) * std::uint64_t(s.f_frsize);
+    return true;
 }
 
 double MB(std::uint64_t bytes) { return double(bytes) * bytes_to_MB; }
@@ -116,7 +119,7 @@ fem::run_estimate estimate_needs(run_state& run, const numbering& n, const presc
             e.peak_incore_bytes = e.least_incore_bytes;
             for (const array_need& a : arrays) e.disk_bytes += a.file_bytes;
         }
-        if (e.out_of_core) e.disk_free_bytes = free_bytes(mgr->temp_dir.path);
+        if (e.out_of_core) e.disk_free_known = free_bytes(mgr->temp_dir.path, e.disk_free_bytes);
     }
     if (run.context && e.factor_flops > 0.0) {
         e.flop_rate = factor_rate(*run.context);
@@ -131,7 +134,7 @@ bool check_needs(run_state& run, const fem::run_estimate& needs)
     if (needs.budget_bytes && needs.least_incore_bytes > needs.budget_bytes) {
         std::snprintf(why, sizeof why, "The run needs at least %.1f MB in core; the in-core budget is %.1f MB.\n",
                       MB(needs.least_incore_bytes), MB(needs.budget_bytes));
-    } else if (needs.out_of_core && needs.disk_bytes > needs.disk_free_bytes) {
+    } else if (needs.out_of_core && needs.disk_free_known && needs.disk_bytes > needs.disk_free_bytes) {
         std::snprintf(why, sizeof why,
                       "The run writes %.1f MB to its swap folder beyond the in-core budget of %.1f MB; the folder "
                       "has %.1f MB free.\n",
