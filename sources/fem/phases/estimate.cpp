@@ -173,6 +173,7 @@ double factor_rate(context_type& context)
         if (factorize(A, checker, LLC, threads) != no_error) return 0.0;
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         if (seconds > 0.0) best = std::max(best, flops / seconds);
+        if (seconds > 0.25) break; // a slow machine (or a busy one) has said enough
     }
     context.flop_rate = best;
     return best;
