@@ -9,6 +9,10 @@
 
 namespace kelt::core {
 
+// The host's report of a run's progress: the phase, the fraction of it done and
+// the seconds it has left by the rate so far (negative while unknown).
+using progress_handler = void (*)(void* user_data, const char* phase, double fraction, double seconds_left);
+
 class context_type : public ref_counted {
 public:
     context_type();
@@ -23,6 +27,13 @@ public:
     double raw_penalty_factor = 10000.0;
     double min_penalty_factor = 1e12;
     double shell_drilling_factor = 1e-6;
+    // Progress of the runs on this context, at most once per `progress_interval`
+    // seconds a phase, on the thread that called `run`.
+    progress_handler progress_hdl = nullptr;
+    void* progress_user_data = nullptr;
+    double progress_interval = 0.1;
+    // Flops a second of the factorisation on this machine, 0 until measured.
+    double flop_rate = 0.0;
 };
 
 } // namespace kelt::core

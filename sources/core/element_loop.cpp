@@ -99,7 +99,7 @@ void keep_first(std::exception_ptr& failure)
 // after it is accumulated.
 template <class Compute, class Accumulate>
 error_type element_loop(element_range r, unsigned nt, element_work_type& work, const Compute& compute,
-                        const Accumulate& accumulate)
+                        const Accumulate& accumulate, loop_progress* progress = nullptr)
 {
     const unsigned n = r.last > r.first ? r.last - r.first : 0;
     if (n <= nt || nt < 2) {
@@ -107,6 +107,7 @@ error_type element_loop(element_range r, unsigned nt, element_work_type& work, c
             work.element = e;
             if (auto err = compute(work); err != no_error) return err;
             if (auto err = accumulate(work); err != no_error) return err;
+            if (progress && !progress->elements_done(1)) return interrupted_warning;
         }
         return no_error;
     }
@@ -133,6 +134,7 @@ error_type element_loop(element_range r, unsigned nt, element_work_type& work, c
             if (errors[k] != no_error) return errors[k];
             if (auto err = accumulate(*slots[k]); err != no_error) return err;
         }
+        if (progress && !progress->elements_done(unsigned(count))) return interrupted_warning;
     }
     return no_error;
 }
@@ -173,7 +175,7 @@ error_type numerical_model_base::run_elements(pass_kind kind, element_pass_type&
     const unsigned global_first = global_first_element(context, ID);
     const error_type e = element_loop(
         r, thread_count(context), work, [&](element_work_type& w) { return compute_element(kind, w); },
-        [&](element_work_type& w) { return accumulate(w, pass, global_first); });
+        [&](element_work_type& w) { return accumulate(w, pass, global_first); }, pass.progress);
     if (e != no_error || !pass.commit) return e;
     return commit_states();
 }

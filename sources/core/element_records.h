@@ -62,6 +62,14 @@ public:
     virtual error_type add_element_results(const element_work_type& w);
 };
 
+// Told by the element loop, on the thread that runs the pass, of the elements
+// it has assembled; false ends the loop with `interrupted_warning`.
+class loop_progress {
+public:
+    virtual ~loop_progress() = default;
+    virtual bool elements_done(unsigned count) = 0;
+};
+
 struct element_pass_type {
     dense2D<double> pos; // 3 x nodes
     DOF_values_view U;
@@ -90,6 +98,7 @@ struct element_pass_type {
     // Stiffness of the springs that tie DOFs, from the problem's penalty factors.
     double penalty_displacement = 1.0;
     double penalty_rotation = 1.0;
+    loop_progress* progress = nullptr; // null: nothing reported
 };
 
 // A symmetric block with DOFs of its own, for models that deliver several.

@@ -9,6 +9,7 @@
 #include <limits>
 #include <new>
 
+#include "kelt/engine/factor_cost.h"
 #include "kelt/engine/kernels.h"
 
 namespace kelt::core {
@@ -482,12 +483,23 @@ struct factor_run {
     std::vector<workspace> ws;
     std::vector<Checker> copies;
     std::atomic<int> error{no_error};
+    factor_progress* progress;
+    double flops_done = 0.0, flops_total = 0.0;
 
-    factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads)
-        : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c))
+    factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads, factor_progress* p)
+        : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c)), progress(p)
     {
         for (workspace& w : ws) w.group_cols = tiles_for(LLC_size).group_cols;
     }
+
+    // The `count` blocks of `list` are finished: the caller hears of it.
+    void finished(const unsigned* list, unsigned count)
+    {
+        if (!progress || error != no_error) return;
+        for (unsigned i = 0; i < count; ++i) flops_done += block_flops(data.shape(list[i]));
+        if (!progress->advance(flops_done, flops_total)) record(interrupted_warning);
+    }
+    void finished(unsigned b) { finished(&b, 1); }
 
     void record(error_type e)
     {
@@ -533,6 +545,7 @@ struct factor_run {
                 const unsigned t = unsigned(omp_get_thread_num());
                 record(factor_block(data, L.blocks[first + i], copies[t], ws[t], locks, inner, inner));
             }
+            finished(L.blocks.data() + first, count);
         }
     }
 
@@ -542,7 +555,8 @@ struct factor_run {
         const unsigned wend = data.window_end();
         while (b < wend && error == no_error) {
             if (sequential) {
-                record(factor_block(data, b++, copies[0], ws[0], locks, T, data.fully_in_core() ? T : 1));
+                record(factor_block(data, b, copies[0], ws[0], locks, T, data.fully_in_core() ? T : 1));
+                finished(b++);
                 continue;
             }
             unsigned span = span_of(data, b);
@@ -553,7 +567,8 @@ struct factor_run {
             if (span == 0) {
                 // Its sends overflow the pending buffer, which then empties on the way:
                 // only one thread may add them while the window moves.
-                record(factor_block(data, b++, copies[0], ws[0], locks, T, 1));
+                record(factor_block(data, b, copies[0], ws[0], locks, T, 1));
+                finished(b++);
                 continue;
             }
             levels(b, b + span);
@@ -566,6 +581,8 @@ struct factor_run {
     {
         const unsigned nb = data.nbr_blocks();
         const bool sequential = T < 2 || nb < 2 || data.nbr_values() <= 128;
+        if (progress)
+            for (unsigned b = 0; b < nb; ++b) flops_total += block_flops(data.shape(b));
         const int saved_levels = omp_get_max_active_levels();
         if (!sequential) omp_set_max_active_levels(2);
         for (unsigned b = 0; b < nb && error == no_error;) {
@@ -588,26 +605,35 @@ struct factor_run {
 } // namespace
 
 template <class Checker>
-error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size, unsigned nbr_threads)
+error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size, unsigned nbr_threads,
+                     factor_progress* progress)
 {
     block_proxy_data* data = A.proxy();
     if (!data) return no_error;
     block_cursor cursor(A, false);
     if (cursor.error != no_error) return cursor.error;
     try {
-        factor_run<Checker> run(*data, checker, LLC_size, std::max(nbr_threads, 1u));
+        factor_run<Checker> run(*data, checker, LLC_size, std::max(nbr_threads, 1u), progress);
         return run.run();
     } catch (const std::bad_alloc&) {
         return memory_error;
     }
 }
 
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_relative&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned,
+                             factor_progress*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned,
+                             factor_progress*);
 
 namespace {
 

@@ -21,10 +21,21 @@ namespace kelt::core {
 // of the matrix alone, not of the threads or the cache.
 inline constexpr unsigned factor_panel_rows = 128;
 
+// Told of the progress by the thread that called `factorize`, between blocks (or
+// levels of blocks run in parallel): the flops of the blocks finished and of all
+// (factor_cost.h). False ends the factorisation with `interrupted_warning`,
+// leaving the matrix half factored.
+class factor_progress {
+public:
+    virtual ~factor_progress() = default;
+    virtual bool advance(double flops_done, double flops_total) = 0;
+};
+
 // Factorises A under the pivot policy of `checker`, which receives the statistics.
+// Without `progress` nothing is counted.
 template <class Checker>
 [[nodiscard]] error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size,
-                                   unsigned nbr_threads);
+                                   unsigned nbr_threads, factor_progress* progress = nullptr);
 
 // Solves L y = x and scales y by D⁻¹ in place; `energy` gets xᵀ A⁻¹ x.
 [[nodiscard]] error_type forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads,
@@ -43,13 +54,19 @@ template <class Checker>
 [[nodiscard]] error_type solve_single(const symmetric_hybrid_OOC<double>& A, const double* b, double* x,
                                       double& energy, const std::vector<unsigned>& fixed_rows, unsigned nbr_threads);
 
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned,
-                                     unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned,
-                                     unsigned);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_relative&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned,
+                                     factor_progress*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned,
+                                     factor_progress*);
 
 } // namespace kelt::core

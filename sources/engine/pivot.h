@@ -128,6 +128,23 @@ struct pivot_force_positive_rnd : pivot_checker_base {
     }
 };
 
+// For the diagnosis of a singular matrix: bad also when the pivot has lost all but
+// `tolerance` of its row's diagonal, which is what the pivot of a zero-energy
+// mode keeps after rounding, whatever its sign; replaced by that diagonal, so
+// that the rest of the factor keeps its scale.
+struct pivot_force_relative : pivot_checker_base {
+    const double* diagonal = nullptr; // of the matrix before factorisation, by position
+    double tolerance = 1e-10;
+
+    error_type check(double& d, unsigned index)
+    {
+        record(d, index);
+        const double a = diagonal ? diagonal[index] : 1.0;
+        if (std::isfinite(d) && d > tolerance * std::fabs(a)) return no_error;
+        return replace(d, index, a > 0.0 ? a : 1.0);
+    }
+};
+
 // Sturm count: replaces silently and counts the pivots below (or at) a bound.
 template <bool or_equal>
 struct count_n_force_definite : pivot_checker_base {

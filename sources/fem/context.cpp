@@ -2,6 +2,7 @@
 
 #include "kelt/core/context.h"
 #include "kelt/core/OOC_mgr.h"
+#include "kelt/fem/phases/estimate.h"
 
 namespace kelt::fem {
 
@@ -46,6 +47,20 @@ error_type context::set_max_incore_size(unsigned mb, const char* path, const cha
 error_type context::memory_management(unsigned mb, const char* path, const char* name)
 {
     return set_max_incore_size(mb, path, name);
+}
+
+void context::set_progress_handler(progress_handler handler, void* user_data, double interval)
+{
+    core::context_type& c = ctx(*this);
+    c.progress_hdl = handler;
+    c.progress_user_data = user_data;
+    c.progress_interval = interval >= 0.0 ? interval : 0.0;
+}
+
+double context::measure_factor_rate()
+{
+    Ptr<core::context_type> c = hold<core::context_type>();
+    return core::factor_rate(*c);
 }
 
 numerical_models_mgr context::the_NM_mgr() const

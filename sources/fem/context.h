@@ -10,6 +10,11 @@
 
 namespace kelt::fem {
 
+// The progress of a run: the phase ("matrix assembly", "factorization",
+// "resolution"), the fraction of it done, and the seconds it has left by the rate
+// so far (negative while unknown).
+using progress_handler = void (*)(void* user_data, const char* phase, double fraction, double seconds_left);
+
 class context : public base_class {
 public:
     context();
@@ -33,6 +38,16 @@ public:
     // in core. Swap files go to path + name (defaults "/" and "tmp/").
     [[nodiscard]] error_type set_max_incore_size(unsigned mb, const char* path = nullptr, const char* name = nullptr);
     [[nodiscard]] error_type memory_management(unsigned mb, const char* path = nullptr, const char* name = nullptr);
+
+    // Progress of every run on this context, on the thread that called `run`, at
+    // most once per `interval` seconds a phase, and at the end of each. A handler
+    // that wants the run to stop makes the solver's `interrupt_hdl` say so: it is
+    // polled after each report. Null: no report, and no cost.
+    void set_progress_handler(progress_handler handler, void* user_data, double interval = 0.1);
+
+    // Flops a second of the factorisation on this machine, measured once by a
+    // short factorisation of a dense block (a few tens of milliseconds) and kept.
+    double measure_factor_rate();
 
     numerical_models_mgr the_NM_mgr() const;
     bases_mgr the_bases_mgr() const;

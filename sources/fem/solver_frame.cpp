@@ -82,6 +82,10 @@ bool run_state::check_memory(double megabytes, const char* file, int line)
 {
     if (!above_total_limit(megabytes)) return true;
     raise_error(insufficient_memory_error, "Insufficient memory.", file, line);
+    char why[160];
+    std::snprintf(why, sizeof why, "The run needs %.1f MB; the limit of the context (set_max_total_size) is %u MB.\n",
+                  megabytes, context->process_mgr->max_total_size);
+    explain(why);
     return false;
 }
 

@@ -5,6 +5,7 @@
 #include "kelt/fem/solver_static_linear.h"
 
 #include "kelt/fem/phases/assembly.h"
+#include "kelt/fem/phases/estimate.h"
 #include "kelt/fem/phases/problem.h"
 #include "kelt/core/DOFs_mgr.h"
 #include "kelt/fem/phases/report.h"
@@ -64,6 +65,24 @@ void solver_static_linear::run(data_type& data) const
 {
     core::run_frame(settings, data, nullptr, "KELT solver_static_linear: invalid data.\n",
                     [&](core::run_state& run) { core::static_linear_run(run, settings, data); });
+}
+
+} // namespace kelt::fem
+
+namespace kelt::fem {
+
+error_type solver_static_linear::estimate(const data_type& data, run_estimate& out) const
+{
+    out = run_estimate();
+    core::problem_data* problem = core::problem_of(data);
+    if (!problem) return invalid_data_error;
+    try {
+        return core::estimate_static_run(*problem, out);
+    } catch (const std::bad_alloc&) {
+        return memory_error;
+    } catch (...) {
+        return internal_error;
+    }
 }
 
 } // namespace kelt::fem

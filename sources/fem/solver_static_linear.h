@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kelt/fem/FEM_states.h"
+#include "kelt/fem/run_estimate.h"
 #include "kelt/fem/solver_base.h"
 #include "kelt/fem/solver_record.h"
 #include "kelt/math/dense1D.h"
@@ -64,6 +65,11 @@ public:
     using data_type = solver_record<static_linear_inputs, static_linear_outputs, static_linear_timers>;
 
     void run(data_type& data) const;
+
+    // What `run` on `data` will need, from the numbering alone: nothing is
+    // assembled and the record is left as it is. invalid_data_error when the
+    // record names no model.
+    [[nodiscard]] error_type estimate(const data_type& data, run_estimate& out) const;
 
     settings_type settings;
 };

@@ -5,6 +5,7 @@
 #include "kelt/core/load_pass.h"
 #include "kelt/core/loads_mgr.h"
 #include "kelt/fem/phases/factor.h"
+#include "kelt/fem/phases/progress.h"
 
 namespace kelt::core {
 
@@ -54,9 +55,13 @@ bool assemble_matrix(run_state& run, numerical_model_base& model, pass_kind kind
     if (!add && !allocate_matrix(run, n, A)) return false;
     matrix_sym_assembler<indexed_sym_matrix> into(A, factor);
     pass.matrix = &into;
+    phase_progress progress(run, "matrix assembly", double(model.nbr_elements()));
+    pass.progress = progress.sink();
     error_type e = model.run_elements(kind, pass);
     if (e == no_error && A.matrix.proxy()) e = A.matrix.proxy()->flush_pending(false);
+    if (e == interrupted_warning) return false; // the host asked to stop from its progress report
     if (e != no_error) KELT_RAISE(run, e, "Assembly error.");
+    if (e == no_error) progress.finish();
     return e == no_error;
 }
 

@@ -8,15 +8,17 @@
 #include "kelt/core/OOC_mgr.h"
 #include "kelt/engine/factorize.h"
 #include "kelt/engine/pivot.h"
+#include "kelt/fem/phases/progress.h"
 
 namespace kelt::core {
 
 namespace {
 
 template <class Checker>
-error_type run_policy(Checker& checker, symmetric_hybrid_OOC<double>& A, const run_state& run)
+error_type run_policy(Checker& checker, symmetric_hybrid_OOC<double>& A, const run_state& run,
+                      phase_progress& progress)
 {
-    return factorize(A, checker, run.LLC_size(), run.threads());
+    return factorize(A, checker, run.LLC_size(), run.threads(), progress.sink());
 }
 
 } // namespace
@@ -33,17 +35,18 @@ bool factorise(run_state& run, symmetric_hybrid_OOC<double>& A, const numbering&
     pivot_force_definite definite;
     pivot_force_positive_rnd random;
     count_n_force_definite<false> counting;
+    phase_progress progress(run, "factorization", 0.0);
     switch (options.policy) {
-    case pivot_policy::check_positive: e = run_policy(stopping, A, run), checker = &stopping; break;
-    case pivot_policy::force_positive: e = run_policy(replacing, A, run), checker = &replacing; break;
-    case pivot_policy::force_definite: e = run_policy(definite, A, run), checker = &definite; break;
+    case pivot_policy::check_positive: e = run_policy(stopping, A, run, progress), checker = &stopping; break;
+    case pivot_policy::force_positive: e = run_policy(replacing, A, run, progress), checker = &replacing; break;
+    case pivot_policy::force_definite: e = run_policy(definite, A, run, progress), checker = &definite; break;
     case pivot_policy::force_positive_random:
         random.generator = options.generator;
-        e = run_policy(random, A, run), checker = &random;
+        e = run_policy(random, A, run, progress), checker = &random;
         break;
     case pivot_policy::count_below:
         counting.bound = options.bound;
-        e = run_policy(counting, A, run), checker = &counting;
+        e = run_policy(counting, A, run, progress), checker = &counting;
         report.nbr_below = counting.count;
         break;
     }
@@ -68,8 +71,10 @@ bool factorise(run_state& run, symmetric_hybrid_OOC<double>& A, const numbering&
             report.bad_DOF = n.ID(checker->min_index);
         run.raise_warning(pivot_warning, "Pivot warning.");
     }
-    if (e != no_error && e != pivot_error) KELT_RAISE(run, e, "Factorization error.");
-    return !run.failed();
+    // A stop asked from the progress report is the host's interrupt, not a failure.
+    if (e != no_error && e != pivot_error && e != interrupted_warning) KELT_RAISE(run, e, "Factorization error.");
+    if (e == no_error) progress.finish();
+    return run.going();
 }
 
 void log_matrix_statistics(const run_state& run, const symmetric_hybrid_OOC<double>& A)

@@ -9,7 +9,10 @@
 #include "kelt/engine/factorize.h"
 #include "kelt/engine/multiply.h"
 #include "kelt/fem/phases/assembly.h"
+#include "kelt/fem/phases/diagnosis.h"
+#include "kelt/fem/phases/estimate.h"
 #include "kelt/fem/phases/factor.h"
+#include "kelt/fem/phases/progress.h"
 #include "kelt/fem/phases/report.h"
 #include "kelt/fem/phases/states.h"
 
@@ -74,6 +77,10 @@ bool set_up_static(run_state& run, const numerical_model_base& model, pass_kind 
         out.K_size_MB = s.n.K_size_MB;
         out.total_size_MB += out.K_size_MB + out.RHS_size_MB;
         (void)run.check_memory(out.total_size_MB, __FILE__, __LINE__);
+        // Under a budget, a run that neither memory nor disk can hold is told now,
+        // before any assembly.
+        if (!order_only && run.OOC() && run.going())
+            (void)check_needs(run, estimate_needs(run, s.n, s.prescribed, cases, false));
     }
     out.nbr_free_DOFs = s.n.size();
     out.nbr_rows = U.rows();
@@ -104,6 +111,9 @@ bool solve_static(run_state& run, numerical_model_base& model, pass_kind kind, c
     element_pass_type pass = make_pass(*run.problem);
     pass.U = start;
     if (run.stop_requested()) return false;
+    // Parts that nothing holds are named now, from the connectivity alone: their
+    // pivots would only name one DOF of them, after the assembly.
+    const std::vector<floating_part> floating = find_floating_parts(run, model, kind, s.n);
     const bool assembled = assemble_matrix(run, model, kind, pass, s.n, K, timers.time_K_assembly);
     run.log(1, "Numerical assembly matrix K        : %10.2f s.\n", timers.time_K_assembly);
     if (!assembled) return false;
@@ -111,13 +121,24 @@ bool solve_static(run_state& run, numerical_model_base& model, pass_kind kind, c
     const bool keep_K = s.layout.nbr_in_K > 0;
     if (keep_K && !copy_for_factor(run, K, s.n, copy)) return false;
     indexed_sym_matrix& F = keep_K ? copy : K;
-    if (!factorise_static(run, F, s.n, options, out, timers.time_factorization)) {
+    const bool factored = factorise_static(run, F, s.n, options, out, timers.time_factorization);
+    if (run.status.error_code == pivot_error || (factored && out.nbr_bad > 0)) {
+        // What moves, named by nodes: a pivot alone names one DOF of the mechanism.
+        const std::vector<mechanism> modes = find_mechanisms(run, model, kind, s.n, pass);
+        char why[256];
         // A law that init accepted may be the cause: a modulus at or below 0 gives
         // a zero or negative pivot, which names a DOF but not the law.
-        char why[160];
-        if (run.status.error_code == pivot_error && model.describe_unusable_law(why, sizeof why)) run.explain(why);
-        return false;
+        if (run.status.error_code == pivot_error && model.describe_unusable_law(why, sizeof why)) {
+            run.explain(why);
+        } else if (!modes.empty()) {
+            describe(modes.front(), why, sizeof why);
+            run.explain(why);
+        } else if (!floating.empty()) {
+            describe(floating.front(), why, sizeof why);
+            run.explain(why);
+        }
     }
+    if (!factored) return false;
     out.uses_disk = uses_disk(run);
 
     if (run.stop_requested()) return false;
@@ -164,7 +185,9 @@ public:
     {
         for (unsigned i = 0; i < s_.U.cols(); ++i)
             if (!eliminate_prescribed(i)) return;
+        phase_progress progress(run_, "resolution", double(s_.U.cols()));
         for (unsigned i = 0; i < s_.U.cols();) {
+            if (i > 0 && !progress.reach(i)) return;
             if (run_.stop_requested()) return;
             if (s_.layout.in_K[i]) {
                 solve_constrained(i);
@@ -177,6 +200,7 @@ public:
             }
             if (run_.failed()) return;
         }
+        progress.finish();
     }
 
 private:
