@@ -11,6 +11,8 @@ kelt_install gmsh python3-meshio python3-vtk9
 # The keyword decks with their reference outputs, as input data only: the solver
 # they recommend is not wanted.
 KELT_NO_RECOMMENDS=1 kelt_install calculix-ccx-test
+# The Python module and its tests (pytest runs inside ctest).
+KELT_NO_RECOMMENDS=1 kelt_install "${kelt_python_packages[@]}"
 
 # Layers point down only; checked before anything is built.
 scripts/check_layers.sh
@@ -28,6 +30,8 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$build/package-host" >/dev/null
 "$build/package-host/package_host"
+# The installed Python module, imported as a user would.
+PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c "import kelt; print('kelt', kelt.version())"
 
 # Informational: how much test code there is for the code it tests.
 scripts/test_share.sh
