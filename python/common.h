@@ -16,9 +16,12 @@
 
 namespace kelt::py {
 
+// A call's error code, titled by its name (the GIL is held in a bound call).
 inline void check(error_type e)
 {
-    if (is_error(e)) raise(e, "ERROR", "the call returned " + std::to_string(int(e)));
+    if (is_error(e))
+        raise(e, pyb::str(pyb::cast(e).attr("name")).cast<std::string>(),
+              "the call returned " + std::to_string(int(e)));
 }
 
 // A member returning `error_type`, as a Python method that raises on an error code.

@@ -17,7 +17,7 @@ def cpp_example():
         pytest.skip("KELT_EXAMPLES (the build's examples folder) is not set")
 
     def run(name, *args):
-        out = subprocess.run([os.path.join(folder, "example_" + name), *map(str, args)], check=True,
+        out = subprocess.run([os.path.join(folder, "example_" + name), *map(str, args)], check=False,
                              capture_output=True, text=True, env={**os.environ, "KELT_EXACT": "1"}).stdout
         line = next(l for l in out.splitlines() if l.startswith("exact "))
         return [float(v) for v in line.split()[1:]]

@@ -482,9 +482,11 @@ struct factor_run {
     std::vector<workspace> ws;
     std::vector<Checker> copies;
     std::atomic<int> error{no_error};
+    iteration_observer* observer = nullptr;
+    bool stopped = false;
 
-    factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads)
-        : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c))
+    factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads, iteration_observer* o)
+        : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c)), observer(o)
     {
         for (workspace& w : ws) w.group_cols = tiles_for(LLC_size).group_cols;
     }
@@ -494,13 +496,19 @@ struct factor_run {
         int expected = no_error;
         if (e != no_error) error.compare_exchange_strong(expected, e);
     }
+    // Asked on the calling thread only, outside the parallel regions.
+    bool going()
+    {
+        if (!stopped && observer && observer->stop_requested()) stopped = true;
+        return error == no_error && !stopped;
+    }
 
     // Blocks [b0, b1) level by level. Blocks of one level are independent; their
     // sends reach common targets under the locks.
     void levels(unsigned b0, unsigned b1)
     {
         const level_lists L(data, b0, b1);
-        for (unsigned l = 0; l < L.size() && error == no_error; ++l) {
+        for (unsigned l = 0; l < L.size() && going(); ++l) {
             const unsigned first = L.ptr[l], count = L.ptr[l + 1] - first;
             // A level with little work runs on this thread: waking a team costs more.
             // A level of a few large blocks of unequal work runs them one after the
@@ -540,7 +548,7 @@ struct factor_run {
     unsigned window(unsigned b, bool sequential)
     {
         const unsigned wend = data.window_end();
-        while (b < wend && error == no_error) {
+        while (b < wend && going()) {
             if (sequential) {
                 record(factor_block(data, b++, copies[0], ws[0], locks, T, data.fully_in_core() ? T : 1));
                 continue;
@@ -568,14 +576,14 @@ struct factor_run {
         const bool sequential = T < 2 || nb < 2 || data.nbr_values() <= 128;
         const int saved_levels = omp_get_max_active_levels();
         if (!sequential) omp_set_max_active_levels(2);
-        for (unsigned b = 0; b < nb && error == no_error;) {
+        for (unsigned b = 0; b < nb && going();) {
             if (data.block_for_access(b).empty()) {
                 record(internal_error);
                 break;
             }
             b = window(b, sequential);
         }
-        if (error == no_error) record(data.flush_pending(false));
+        if (error == no_error && !stopped) record(data.flush_pending(false));
         omp_set_max_active_levels(saved_levels);
         for (const Checker& c : copies) {
             if constexpr (requires { checker.count; }) checker.merge(c);
@@ -588,26 +596,33 @@ struct factor_run {
 } // namespace
 
 template <class Checker>
-error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size, unsigned nbr_threads)
+error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size, unsigned nbr_threads,
+                     iteration_observer* observer)
 {
     block_proxy_data* data = A.proxy();
     if (!data) return no_error;
     block_cursor cursor(A, false);
     if (cursor.error != no_error) return cursor.error;
     try {
-        factor_run<Checker> run(*data, checker, LLC_size, std::max(nbr_threads, 1u));
+        factor_run<Checker> run(*data, checker, LLC_size, std::max(nbr_threads, 1u), observer);
         return run.run();
     } catch (const std::bad_alloc&) {
         return memory_error;
     }
 }
 
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned);
-template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned,
+                               iteration_observer*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned,
+                               iteration_observer*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned,
+                               iteration_observer*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned,
+                               iteration_observer*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned,
+                               iteration_observer*);
+template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned,
+                               iteration_observer*);
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kelt/core/types.h"
+#include "kelt/engine/iteration_observer.h"
 #include "kelt/engine/pivot.h"
 #include "kelt/engine/skyline.h"
 #include "kelt/engine/wall_clock.h"
@@ -22,9 +23,12 @@ namespace kelt::core {
 inline constexpr unsigned factor_panel_rows = 128;
 
 // Factorises A under the pivot policy of `checker`, which receives the statistics.
+// With an observer, its stop_requested() is asked between levels of blocks (and
+// between blocks when they go one by one): on true the factor is left unfinished
+// and the call returns no_error; the caller, which asked, knows.
 template <class Checker>
 [[nodiscard]] error_type factorize(symmetric_hybrid_OOC<double>& A, Checker& checker, unsigned LLC_size,
-                                   unsigned nbr_threads);
+                                   unsigned nbr_threads, iteration_observer* observer = nullptr);
 
 // Solves L y = x and scales y by D⁻¹ in place; `energy` gets xᵀ A⁻¹ x.
 [[nodiscard]] error_type forward(const symmetric_hybrid_OOC<double>& A, double* x, unsigned nbr_threads,
@@ -43,13 +47,17 @@ template <class Checker>
 [[nodiscard]] error_type solve_single(const symmetric_hybrid_OOC<double>& A, const double* b, double* x,
                                       double& energy, const std::vector<unsigned>& fixed_rows, unsigned nbr_threads);
 
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned,
-                                     unsigned);
-extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned,
-                                     unsigned);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_check_positive&, unsigned, unsigned,
+                                     iteration_observer*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive&, unsigned, unsigned,
+                                     iteration_observer*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_definite&, unsigned, unsigned,
+                                     iteration_observer*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, pivot_force_positive_rnd&, unsigned, unsigned,
+                                     iteration_observer*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<false>&, unsigned, unsigned,
+                                     iteration_observer*);
+extern template error_type factorize(symmetric_hybrid_OOC<double>&, count_n_force_definite<true>&, unsigned, unsigned,
+                                     iteration_observer*);
 
 } // namespace kelt::core

@@ -123,6 +123,44 @@ TEST_P(factorize_cases, threads_agree)
 
 INSTANTIATE_TEST_SUITE_P(engine, factorize_cases, ::testing::Range(0u, unsigned(cases().size())));
 
+// A host's stop is asked between blocks: an observer that never stops changes no
+// bit of the factor, and one that stops leaves it unfinished at its first yes.
+TEST(factorize_observer, never_stopping_changes_nothing_and_a_stop_ends_at_once)
+{
+    struct stopper final : iteration_observer {
+        unsigned calls = 0, stop_at = ~0u;
+        void log(unsigned, const char*) override {}
+        bool stop_requested() override { return ++calls >= stop_at; }
+        void iteration(unsigned, double) override {}
+    };
+    const test::dof_model model = test::grid_model(40, 4, 4, 3);
+    const test::numbered num = test::number(model);
+    const unsigned n = num.free_IDs.size();
+    for (unsigned threads : {1u, 2u}) {
+        SCOPED_TRACE(threads);
+        auto factor = [&](iteration_observer* o, std::vector<double>& f) {
+            symmetric_hybrid_OOC<double> A;
+            ASSERT_EQ(A.create(num.profile, n), no_error);
+            std::vector<double> reference;
+            test::assemble_random_spd(model, num.free_IDs, A, reference, 9);
+            pivot_check_positive checker;
+            ASSERT_EQ(factorize(A, checker, 1u << 20, threads, o), no_error);
+            for (unsigned i = 0; i < n; ++i)
+                for (unsigned j = i; j < n; ++j) f.push_back(A.get(i, j));
+        };
+        std::vector<double> plain, watched, stopped;
+        stopper never, second;
+        second.stop_at = 2;
+        factor(nullptr, plain);
+        factor(&never, watched);
+        factor(&second, stopped);
+        EXPECT_EQ(watched, plain);
+        EXPECT_GT(never.calls, 2u);
+        EXPECT_EQ(second.calls, 2u);
+        EXPECT_NE(stopped, plain);
+    }
+}
+
 // The cache size only cuts work into tiles: the factor and the block solves come
 // out bit for bit the same at the least cache, this machine's and a large one.
 TEST(factorize_cache, the_cache_size_changes_no_bit_of_the_factor_or_the_solves)

@@ -13,10 +13,11 @@ namespace kelt::core {
 
 namespace {
 
+// The run is asked between blocks, so that an interrupt does not wait for the whole factor.
 template <class Checker>
-error_type run_policy(Checker& checker, symmetric_hybrid_OOC<double>& A, const run_state& run)
+error_type run_policy(Checker& checker, symmetric_hybrid_OOC<double>& A, run_state& run)
 {
-    return factorize(A, checker, run.LLC_size(), run.threads());
+    return factorize(A, checker, run.LLC_size(), run.threads(), &run);
 }
 
 } // namespace
@@ -47,6 +48,8 @@ bool factorise(run_state& run, symmetric_hybrid_OOC<double>& A, const numbering&
         report.nbr_below = counting.count;
         break;
     }
+    // An unfinished factor has nothing to report.
+    if (run.interrupted()) return false;
     if (options.policy != pivot_policy::count_below)
         log_pivot_events(checker->events, [&](unsigned level, const char* line) { run.log(level, line); });
     report.pivot_min = checker->min_value;
