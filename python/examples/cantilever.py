@@ -72,11 +72,11 @@ def gap(value, reference):
     return abs(value - reference) / abs(reference)
 
 
-def solve(along=10, log=None):
+def solve(along=10, log=None, threads=2):
     """The two cases, their reactions and the mid-length stress; returns a dict of results."""
     grid = Grid(along, 2, 2, L, b, h)
     ctx = kelt.context()
-    ctx.set_max_threads(2)
+    ctx.set_max_threads(threads)
 
     nodes = np.arange(grid.nbr_nodes())
     dofs = kelt.DOFs_mgr(grid.nbr_nodes(), False)

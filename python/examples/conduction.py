@@ -18,7 +18,7 @@ T0, T1 = 20.0, 120.0  # deg C
 q = 5000.0  # W / m^2
 
 
-def solve(along=20):
+def solve(along=20, threads=2):
     nx, ny, nz = along, 2, 2
 
     def node(i, j, l):
@@ -32,7 +32,7 @@ def solve(along=20):
                       node(i, j, l + 1), node(i + 1, j, l + 1), node(i + 1, j + 1, l + 1), node(i, j + 1, l + 1)])
 
     ctx = kelt.context()
-    ctx.set_max_threads(2)
+    ctx.set_max_threads(threads)
     dofs = kelt.DOFs_mgr(nbr_nodes, False)
     dofs.set_nodes(np.arange(nbr_nodes), kelt.temperature_tag, True)
     conductivity = kelt.law_scalar()
