@@ -104,8 +104,9 @@ void bind_model(pyb::module_& m)
         e.export_values();
     }
 
-    handle_class<context>(m, "context", "Created first: the managers and settings every model and run share.")
-        .def(pyb::init<>())
+    auto context_class =
+        handle_class<context>(m, "context", "Created first: the managers and settings every model and run share.");
+    context_class.def(pyb::init<>())
         .def_property("raw_penalty_factor", &context::get_raw_penalty_factor, &context::set_raw_penalty_factor)
         .def_property("min_penalty_factor", &context::get_min_penalty_factor, &context::set_min_penalty_factor)
         .def_property("shell_drilling_factor", &context::get_shell_drilling_factor,
@@ -123,10 +124,7 @@ void bind_model(pyb::module_& m)
                 check(c.set_max_incore_size(mb, path, name));
             },
             arg("mb"), arg("path") = nullptr, arg("name") = nullptr,
-            "In-core budget in megabytes for the large arrays; swap files go to path + name.")
-        .def("the_NM_mgr", &context::the_NM_mgr)
-        .def("the_bases_mgr", &context::the_bases_mgr)
-        .def("the_evol_funcs_mgr", &context::the_evol_funcs_mgr);
+            "In-core budget in megabytes for the large arrays; swap files go to path + name.");
 
     handle_class<numerical_models_mgr>(m, "numerical_models_mgr", "The context's registry of numerical models.")
         .def("nbr_models", &numerical_models_mgr::nbr_models)
@@ -153,6 +151,9 @@ void bind_model(pyb::module_& m)
         .def("create_trapeze", &evolution_funcs_mgr::create_trapeze, arg("t0"), arg("t1"), arg("v0"), arg("v1"))
         .def("create_discret", &evolution_funcs_mgr::create_discret, arg("times"), arg("values"))
         .def("create_sum", &evolution_funcs_mgr::create_sum, arg("IDs"), arg("coefficients"));
+    context_class.def("the_NM_mgr", &context::the_NM_mgr)
+        .def("the_bases_mgr", &context::the_bases_mgr)
+        .def("the_evol_funcs_mgr", &context::the_evol_funcs_mgr);
 
     handle_class<DOFs_mgr>(m, "DOFs_mgr", "Which DOF of which node is free (True) or blocked (False).")
         .def(pyb::init<>())

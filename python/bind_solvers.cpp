@@ -79,6 +79,8 @@ void bind_solvers(pyb::module_& m)
             .def(pyb::init<>())
             .def("reset", &solver_thermal_static_linear::settings_type::reset);
         t.attr("data_type") = d;
+        solver_run(s);
+        solver_run(t);
     }
     {
         auto s = solver_class<solver_reactions>(m, "solver_reactions", "Reactions (K u - f) of given states.");
@@ -87,6 +89,7 @@ void bind_solvers(pyb::module_& m)
         KELT_FIELDS(d, reactions_inputs, U);
         KELT_FIELDS(d, reactions_outputs, reactions, nbr_columns);
         KELT_FIELDS(d, results_timers, time_total);
+        solver_run(s);
     }
     {
         auto s = solver_class<solver_energy>(m, "solver_energy", "Element energies of given states.");
@@ -96,6 +99,7 @@ void bind_solvers(pyb::module_& m)
         KELT_FIELDS(d, energy_inputs, U);
         KELT_FIELDS(d, energy_outputs, element_energies, energies);
         KELT_FIELDS(d, results_timers, time_total);
+        solver_run(s);
     }
     {
         auto s = solver_class<solver_mass>(m, "solver_mass", "Mass, centre and inertia of a model.");
@@ -107,6 +111,7 @@ void bind_solvers(pyb::module_& m)
             [](solver_mass::data_type& r, unsigned v) { r.mass_inputs::NM_ID = v; }, "The model to weigh.");
         KELT_FIELDS(d, mass_outputs, total_mass, center, inertia, first_moments, inertia_origin);
         KELT_FIELDS(d, results_timers, time_total);
+        solver_run(s);
     }
     {
         auto s = solver_class<solver_stress_nodal>(m, "solver_stress_nodal", "Stresses or strains smoothed at nodes.");
@@ -138,6 +143,7 @@ void bind_solvers(pyb::module_& m)
                 return out;
             },
             pyb::arg("state"));
+        solver_run(s);
     }
     {
         auto ms = settings_class<modal_settings>(m, "modal_settings");
@@ -153,6 +159,8 @@ void bind_solvers(pyb::module_& m)
         pyb::class_<solver_modal_ldrv::data_type, solver_modal::data_type>(l, "data_type")
             .def(pyb::init<const problem_data&>(), pyb::arg("problem"))
             .def_readwrite("nbr_blocks", &modal_ldrv_outputs::nbr_blocks);
+        solver_run(s);
+        solver_run(l);
     }
     {
         auto s = solver_class<solver_buckling_Euler>(m, "solver_buckling_Euler", "Linear buckling multipliers.");
@@ -162,6 +170,7 @@ void bind_solvers(pyb::module_& m)
         KELT_FIELDS(d, buckling_Euler_outputs, modes, lambdas, nbr_modes_in_range, nbr_free_DOFs, pivot_min,
                     pivot_max, error_DOF, energy, total_size_MB);
         KELT_FIELDS(d, buckling_Euler_timers, time_numbering, time_assembly, time_resolution, time_total);
+        solver_run(s);
     }
     {
         auto s = solver_class<solver_static_Newton>(m, "solver_static_Newton", "Nonlinear statics by Newton steps.");
@@ -175,6 +184,7 @@ void bind_solvers(pyb::module_& m)
                     total_iters, avg_iters, bad_pivot_DOF);
         KELT_FIELDS(d, Newton_timers, time_numbering, time_K_assembly, time_factorization, time_resolution,
                     time_total);
+        solver_run(s);
     }
     {
         auto s = solver_class<solver_Newmark>(m, "solver_Newmark", "Transient dynamics by Newmark steps.");
@@ -186,6 +196,7 @@ void bind_solvers(pyb::module_& m)
         KELT_FIELDS(d, Newmark_outputs, U, times, t, nbr_steps_done, bad_pivot_DOF);
         KELT_FIELDS(d, Newmark_timers, time_numbering, time_K_assembly, time_factorization, time_resolution,
                     time_total);
+        solver_run(s);
     }
 }
 

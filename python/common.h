@@ -94,12 +94,18 @@ pyb::class_<S> solver_class(pyb::module_& m, const char* name, const char* doc)
 {
     pyb::class_<S> c(m, name, doc, pyb::dynamic_attr());
     c.def(pyb::init<>());
+    return c;
+}
+
+// Its settings and run, once their records are bound (for the signatures).
+template <class S>
+void solver_run(pyb::class_<S>& c)
+{
     c.def_readwrite("settings", &S::settings, "The solver's options; callbacks are set by run.");
     c.def("run", &run_solver<S>, pyb::arg("data"),
           "Runs on the record with the GIL released. The attribute `log` (a callable taking (level, text), or a "
           "logging.Logger) receives the log lines. Raises KeyboardInterrupt on Ctrl-C, kelt.Error on an error "
           "code, and a RuntimeWarning on a warning code.");
-    return c;
 }
 
 // A data record: built on a problem, which it shares.
@@ -108,11 +114,11 @@ pyb::class_<Rec, fem::problem_data> record_class(pyb::handle scope, const char* 
 {
     pyb::class_<Rec, fem::problem_data> c(scope, name);
     c.def(pyb::init<const fem::problem_data&>(), pyb::arg("problem"));
-    c.def("error_raised", &Rec::error_raised);
-    c.def("warning_raised", &Rec::warning_raised);
-    c.def("clear_data_out", &Rec::clear_data_out);
-    c.def_readonly("error_code", &Rec::error_code);
-    c.def_readonly("warning_code", &Rec::warning_code);
+    c.def("error_raised", [](const Rec& r) { return r.error_raised(); });
+    c.def("warning_raised", [](const Rec& r) { return r.warning_raised(); });
+    c.def("clear_data_out", [](Rec& r) { r.clear_data_out(); });
+    c.def_property_readonly("error_code", [](const Rec& r) { return r.error_code; });
+    c.def_property_readonly("warning_code", [](const Rec& r) { return r.warning_code; });
     c.def_property_readonly("msg_title", [](const Rec& r) { return std::string(r.msg_title); });
     c.def_property_readonly("msg_detail", [](const Rec& r) { return std::string(r.msg_detail); });
     return c;

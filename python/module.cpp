@@ -8,6 +8,7 @@ namespace kelt::py {
 
 void bind_model(pyb::module_& m);
 void bind_solvers(pyb::module_& m);
+void bind_io(pyb::module_& m);
 
 namespace {
 
@@ -113,4 +114,5 @@ PYBIND11_MODULE(_kelt, m)
 
     kelt::py::bind_model(m);
     kelt::py::bind_solvers(m);
+    kelt::py::bind_io(m);
 }

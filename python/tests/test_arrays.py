@@ -105,3 +105,13 @@ def test_negative_or_huge_indices_are_refused():
         with pytest.raises(kelt.Error) as e:
             model.init(ctx, phys, bad, kelt.element_hexa8)
         assert e.value.code == kelt.invalid_data_error
+
+
+def test_a_result_goes_to_a_vtu_file(tmp_path):
+    problem, pos, _ = small_bar()
+    U = solve(problem).U
+    out = kelt.io.vtu_writer(pos)
+    out.add_point_field("T", 1, kelt.io.node_values(U, pos.shape[1], kelt.temperature_tag, 0, 0))
+    out.write(str(tmp_path / "bar.vtu"))
+    data = (tmp_path / "bar.vtu").read_bytes()
+    assert b"UnstructuredGrid" in data and b'Name="T"' in data

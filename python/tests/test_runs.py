@@ -77,7 +77,17 @@ def call_DOF_out_of_range():
     kelt.DOFs_mgr(2, True).get(9 * 5)
 
 
+def call_missing_mesh():
+    kelt.io.read_gmsh("/nonexistent/part.msh")
+
+
+def call_vtu_bad_cells():
+    kelt.io.vtu_writer(np.zeros((3, 2))).add_cells(kelt.element_hexa8, np.zeros((8, 1)) + 5)
+
+
 @pytest.mark.parametrize("call,code", [
+    (call_missing_mesh, kelt.file_open_error),
+    (call_vtu_bad_cells, kelt.element_index_error),
     (call_singular, kelt.pivot_error),
     (call_no_model, kelt.invalid_data_error),
     (call_bad_connectivity, kelt.connectivity_size_error),

@@ -1,16 +1,32 @@
 """Writes the type stubs (.pyi) of kelt._kelt from the signatures and docstrings
 that the compiled module carries: run after each build of the extension."""
 import inspect
+import os
 import re
 import sys
 
 import kelt._kelt as mod
 
-SIG = re.compile(r"^(\w+)\((.*)\) -> (.+)$")
+SIG = re.compile(r"^(\w*)\((.*)\) -> (.+)$")
+
+
+def cpp_names_to_any(text):
+    """A C++ type name left in a signature (a type bound later) becomes Any."""
+    out, i = [], 0
+    while (j := text.find("kelt::", i)) >= 0:
+        out.append(text[i:j])
+        depth, k = 0, j
+        while k < len(text) and (depth or (text[k].isalnum() or text[k] in "_:<")):
+            depth += text[k] == "<"
+            depth -= text[k] == ">"
+            k += 1
+        out.append("Any")
+        i = k
+    return "".join(out) + text[i:]
 
 
 def clean(text):
-    text = text.replace("kelt._kelt.", "").replace("numpy.ndarray[numpy.float64]", "numpy.ndarray")
+    text = cpp_names_to_any(text.replace("kelt._kelt.", "")).replace("numpy.ndarray[numpy.float64]", "numpy.ndarray")
     return re.sub(r"\bnumpy\.ndarray\[[^\]]*\]", "numpy.ndarray", text)
 
 
@@ -79,22 +95,32 @@ def emit_class(name, cls, out, indent=""):
     out.append("")
 
 
-def main(path):
-    out = ['"""Type stubs of the kelt module, written from its compiled signatures."""',
-           "from typing import Any, overload", "import numpy", ""]
-    out.append("class Error(RuntimeError):")
-    out.append(f'    """{mod.Error.__doc__}"""')
-    out += ["    code: int", "    title: str", "    detail: str", ""]
-    for name, value in vars(mod).items():
+def emit_module(module, path, header):
+    out = [header, "from typing import Any, overload", "import numpy", ""]
+    if module is mod:
+        out.append("class Error(RuntimeError):")
+        out.append(f'    """{mod.Error.__doc__}"""')
+        out += ["    code: int", "    title: str", "    detail: str", ""]
+    else:
+        out.append("from ._kelt import *")
+    for name, value in vars(module).items():
         if name.startswith("_") or name == "Error":
             continue
-        if inspect.isclass(value):
+        if inspect.ismodule(value):
+            emit_module(value, os.path.join(os.path.dirname(path), name + ".pyi"), f'"""{value.__doc__}"""')
+            out.append(f"from . import {name} as {name}")
+        elif inspect.isclass(value):
             emit_class(name, value, out)
         elif inspect.isroutine(value):
             emit_function(name, value, "", out)
         else:
             out.append(f"{name}: {type(value).__name__}")
-    open(path, "w").write("\n".join(out) + "\n")
+    with open(path, "w") as f:
+        f.write("\n".join(out) + "\n")
+
+
+def main(path):
+    emit_module(mod, path, '"""Type stubs of the kelt module, written from its compiled signatures."""')
 
 
 if __name__ == "__main__":
