@@ -154,7 +154,11 @@ TEST(factorize_observer, never_stopping_changes_nothing_and_a_stop_ends_at_once)
         factor(nullptr, plain);
         factor(&never, watched);
         factor(&second, stopped);
-        EXPECT_EQ(watched, plain);
+        // On two threads independent blocks may add their updates in either order.
+        if (threads == 1) EXPECT_EQ(watched, plain);
+        ASSERT_EQ(watched.size(), plain.size());
+        for (std::size_t k = 0; k < plain.size(); ++k)
+            ASSERT_NEAR(watched[k], plain[k], 1e-11 * (1.0 + std::fabs(plain[k]))) << k;
         EXPECT_GT(never.calls, 2u);
         EXPECT_EQ(second.calls, 2u);
         EXPECT_NE(stopped, plain);
