@@ -26,12 +26,14 @@ ctest --test-dir "$build" --output-on-failure -j"$(kelt_jobs)"
 # The build folder may be given relative or absolute.
 prefix="$(cd "$build" && pwd)/package-root"
 rm -rf "$prefix" "$build/package-host"
-cmake --install "$build" --prefix "$prefix" >/dev/null
+install_log=$(cmake --install "$build" --prefix "$prefix")
 cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$build/package-host" >/dev/null
 "$build/package-host/package_host"
-# The installed Python module, imported as a user would.
-PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c "import kelt; print('kelt', kelt.version())"
+# The installed Python module, imported as a user would, on the path the install printed.
+if python_path=$(grep -o 'PYTHONPATH=.*' <<<"$install_log"); then
+    env "$python_path" /usr/bin/python3 -c "import kelt; print('kelt', kelt.version(), 'from', kelt.__file__)"
+fi
 
 # Informational: how much test code there is for the code it tests.
 scripts/test_share.sh
