@@ -7,6 +7,7 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <memory>
 #include <type_traits>
 #include <string>
 #include <utility>
@@ -55,13 +56,21 @@ struct run_relay {
     pyb::object log;           // a callable (level, text) or a logging.Logger; None: silent
     unsigned sigint_mark = 0;  // SIGINTs counted before the run
     bool failed_callback = false;
-    pyb::error_already_set* pending = nullptr;
+    std::unique_ptr<pyb::error_already_set> pending; // what the log raised, raised again after the run
 };
 
 // Counts SIGINTs while at least one run is going; a run compares with its mark.
 unsigned sigint_count();
 void begin_sigint_watch();
 void end_sigint_watch();
+
+// The SIGINT handler of the runs in place for the life of one.
+struct sigint_watch {
+    sigint_watch() { begin_sigint_watch(); }
+    ~sigint_watch() { end_sigint_watch(); }
+    sigint_watch(const sigint_watch&) = delete;
+    sigint_watch& operator=(const sigint_watch&) = delete;
+};
 
 void relay_log(void* user, unsigned level, const char* text);
 bool relay_interrupt(void* user);
@@ -77,14 +86,14 @@ void run_solver(pyb::object self, typename S::data_type& data)
     solver.settings.log_hdl = relay.log.is_none() ? nullptr : relay_log;
     solver.settings.interrupt_hdl = relay_interrupt;
     solver.settings.user_data = &relay;
-    begin_sigint_watch();
-    relay.sigint_mark = sigint_count();
+    bool sigint = false;
     {
+        sigint_watch watch;
+        relay.sigint_mark = sigint_count();
         pyb::gil_scoped_release unlocked;
         solver.run(data);
+        sigint = sigint_count() != relay.sigint_mark;
     }
-    const bool sigint = sigint_count() != relay.sigint_mark;
-    end_sigint_watch();
     raise_status(data, relay, sigint);
 }
 

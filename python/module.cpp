@@ -59,7 +59,7 @@ void relay_log(void* user, unsigned level, const char* text)
             relay.log(level, line);
     } catch (pyb::error_already_set& e) {
         relay.failed_callback = true;
-        relay.pending = new pyb::error_already_set(std::move(e));
+        relay.pending = std::make_unique<pyb::error_already_set>(std::move(e));
     }
 }
 
@@ -73,8 +73,7 @@ void raise_status(const fem::run_status& s, run_relay& relay, bool sigint)
 {
     if (relay.pending) {
         pyb::error_already_set e = std::move(*relay.pending);
-        delete relay.pending;
-        relay.pending = nullptr;
+        relay.pending.reset();
         throw e;
     }
     if (sigint && s.warning_code == interrupted_warning) {
