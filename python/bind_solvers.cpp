@@ -59,6 +59,21 @@ void modal_fields(pyb::class_<Rec, problem_data>& c)
                 time_factorization, time_resolution, time_total);
 }
 
+// The smoothed nodal fields' record, shared by the stress and least-squares solvers.
+template <class D>
+pyb::class_<D, problem_data> nodal_record_class(pyb::handle scope)
+{
+    auto d = record_class<D>(scope, "data_type");
+    d.def_property(
+        "input_NM_ID", [](const D& r) { return r.nodal_inputs::NM_ID; },
+        [](D& r, unsigned v) { r.nodal_inputs::NM_ID = v; }, "The model whose field is smoothed.");
+    KELT_FIELDS(d, nodal_inputs, U);
+    KELT_FIELDS(d, nodal_outputs, values, nbr_components, nbr_nodes, pivot_min, pivot_max, bad_pivot_ID, M_size_MB,
+                RHS_size_MB);
+    KELT_FIELDS(d, nodal_timers, time_numbering, time_M_assembly, time_factorization, time_resolution, time_total);
+    return d;
+}
+
 } // namespace
 
 void bind_solvers(pyb::module_& m)
@@ -118,15 +133,7 @@ void bind_solvers(pyb::module_& m)
         auto st = settings_class<solver_stress_nodal::settings_type>(s, "settings_type");
         KELT_FIELDS(st, solver_stress_nodal::settings_type, result, flag);
         using D = solver_stress_nodal::data_type;
-        auto d = record_class<D>(s, "data_type");
-        d.def_property(
-            "input_NM_ID", [](const D& r) { return r.nodal_inputs::NM_ID; },
-            [](D& r, unsigned v) { r.nodal_inputs::NM_ID = v; }, "The model whose field is smoothed.");
-        KELT_FIELDS(d, nodal_inputs, U);
-        KELT_FIELDS(d, nodal_outputs, values, nbr_components, nbr_nodes, pivot_min, pivot_max, bad_pivot_ID,
-                    M_size_MB, RHS_size_MB);
-        KELT_FIELDS(d, nodal_timers, time_numbering, time_M_assembly, time_factorization, time_resolution,
-                    time_total);
+        auto d = nodal_record_class<D>(s);
         d.def(
             "get_stress_tensor",
             [](const D& r, unsigned node, unsigned state, field_tag f) {
@@ -143,6 +150,22 @@ void bind_solvers(pyb::module_& m)
                 return out;
             },
             pyb::arg("state"));
+        solver_run(s);
+    }
+    {
+        auto s = solver_class<solver_least_squares>(m, "solver_least_squares",
+                                                    "A result of the elements smoothed at nodes by least squares.");
+        auto st = settings_class<solver_least_squares::settings_type>(s, "settings_type");
+        KELT_FIELDS(st, solver_least_squares::settings_type, result, nbr_components, flag);
+        using D = solver_least_squares::data_type;
+        nodal_record_class<D>(s).def(
+            "get_tensor",
+            [](const D& r, unsigned node, unsigned state, field_tag f) {
+                symmetric_fixed<double, 3> S;
+                check(r.get_tensor(node, state, f, S));
+                return S;
+            },
+            pyb::arg("node"), pyb::arg("state"), pyb::arg("f"), "The 3 x 3 tensor at a node.");
         solver_run(s);
     }
     {
