@@ -185,6 +185,9 @@ int main(int argc, char** argv)
     // The fields lie in the elements' space, so the only error is the solve's:
     // rounding, and in (a) the gradient's relative tolerance 1e-8.
     const bool ok = worst < 1e-6 && balanced;
+    // Every digit, for hosts in other languages that repeat this run and compare.
+    if (std::getenv("KELT_EXACT"))
+        std::printf("exact %.17g %.17g %.17g %.17g\n", worst, cold_a, hot_a, cold_b);
     std::printf("%s\n", ok ? "checks passed" : "CHECK FAILED");
     return ok ? 0 : 1;
 }

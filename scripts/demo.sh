@@ -5,6 +5,7 @@ cd "$(dirname "$0")/.."
 source scripts/setup.sh
 kelt_install_missing
 kelt_install gmsh # the plate example meshes its geometry
+KELT_NO_RECOMMENDS=1 kelt_install "${kelt_python_packages[@]}"
 
 build=${KELT_BUILD_DIR:-build-demo}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELT_BUILD_TESTS=OFF -DKELT_BUILD_EXAMPLES=ON
@@ -34,3 +35,10 @@ cp examples/bar.inp "$build_path/bar.inp"
 awk '$1 ~ /^[0-9]+$/ && NF == 4 { s += $2; n++ }
      END { printf "bar: end displacement %.4e mm, F L / (E A) = %.4e mm\n", s / n, 1000 * 100 / (210000 * 100) }' \
     "$build_path/bar.dat"
+
+# The Python examples, on the module of the build folder; pictures go there too.
+for source in python/examples/*.py; do
+    name=$(basename "$source" .py)
+    echo "=== python $name"
+    (cd "$build_path" && PYTHONPATH="$build_path/python" MPLBACKEND=Agg /usr/bin/python3 "$root/$source" "$name.png")
+done

@@ -1,6 +1,8 @@
 # Sourced by test.sh and demo.sh: installs the Debian packages the build needs
 # when they are missing and we are root.
 kelt_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev liblapack-dev libmetis-dev)
+# The Python module: Debian's pybind11 and Python, NumPy, pytest, matplotlib.
+kelt_python_packages=(pybind11-dev python3-dev python3-numpy python3-pytest python3-matplotlib)
 
 # kelt_install PACKAGE...: those not yet installed, when we are root. With
 # KELT_NO_RECOMMENDS=1, only what they depend on comes with them.

@@ -11,6 +11,8 @@ kelt_install gmsh python3-meshio python3-vtk9
 # The keyword decks with their reference outputs, as input data only: the solver
 # they recommend is not wanted.
 KELT_NO_RECOMMENDS=1 kelt_install calculix-ccx-test
+# The Python module and its tests (pytest runs inside ctest).
+KELT_NO_RECOMMENDS=1 kelt_install "${kelt_python_packages[@]}"
 
 # Layers point down only; checked before anything is built.
 scripts/check_layers.sh
@@ -24,10 +26,14 @@ ctest --test-dir "$build" --output-on-failure -j"$(kelt_jobs)"
 # The build folder may be given relative or absolute.
 prefix="$(cd "$build" && pwd)/package-root"
 rm -rf "$prefix" "$build/package-host"
-cmake --install "$build" --prefix "$prefix" >/dev/null
+install_log=$(cmake --install "$build" --prefix "$prefix")
 cmake -S tests/package -B "$build/package-host" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$build/package-host" >/dev/null
 "$build/package-host/package_host"
+# The installed Python module, imported as a user would, on the path the install printed.
+if python_path=$(grep -o 'PYTHONPATH=.*' <<<"$install_log"); then
+    env "$python_path" /usr/bin/python3 -c "import kelt; print('kelt', kelt.version(), 'from', kelt.__file__)"
+fi
 
 # Informational: how much test code there is for the code it tests.
 scripts/test_share.sh

@@ -22,6 +22,7 @@ phase_progress::phase_progress(run_state& run, const char* phase, double total) 
         user_ = c->progress_user_data;
         interval_ = c->progress_interval;
     }
+    polls_ = run.interrupt_hdl != nullptr;
 }
 
 void phase_progress::send(double fraction, double now)
@@ -37,12 +38,15 @@ void phase_progress::send(double fraction, double now)
 
 bool phase_progress::reach(double done)
 {
-    if (!hdl_) return true;
+    if (!active()) return true;
     if (stopped_) return false;
     done_ = done;
     const double now = now_seconds();
     if (last_ >= 0.0 && now - last_ < interval_) return true;
-    send(total_ > 0.0 ? done_ / total_ : 1.0, now);
+    if (hdl_)
+        send(total_ > 0.0 ? done_ / total_ : 1.0, now);
+    else
+        last_ = now;
     stopped_ = run_.stop_requested();
     return !stopped_;
 }

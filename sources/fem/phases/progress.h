@@ -18,8 +18,10 @@ public:
     phase_progress(const phase_progress&) = delete;
     phase_progress& operator=(const phase_progress&) = delete;
 
-    // No handler on the context: nothing to report, and the phase runs as without.
-    bool active() const noexcept { return hdl_ != nullptr; }
+    // No handler on the context and no interrupt to ask: nothing to report, and
+    // the phase runs as without. With an interrupt alone, it is asked as often as
+    // a report would be sent, so that a long phase stops soon after the host asks.
+    bool active() const noexcept { return hdl_ != nullptr || polls_; }
     // Null when not active: what a phase hands down to a loop or a kernel.
     phase_progress* sink() noexcept { return active() ? this : nullptr; }
 
@@ -41,6 +43,7 @@ private:
     double total_, done_ = 0.0, interval_ = 0.1;
     double start_, last_ = -1.0, last_fraction_ = 0.0;
     bool stopped_ = false;
+    bool polls_ = false;
 };
 
 } // namespace kelt::core
