@@ -18,7 +18,7 @@ constexpr double span = 8.0, height = 4.0; // m
 constexpr double E = 210e9, nu = 0.3, w = 20e3; // Pa, N/m downwards on the beam
 // Rolled I sections bent about their strong axis: columns and a deeper beam.
 constexpr double A_c = 7.81e-3, I_c = 1.16e-4, A_b = 9.88e-3, I_b = 2.31e-4;
-constexpr unsigned per_column = 16, on_beam = 64; // elements
+constexpr unsigned per_column = 2, on_beam = 4; // elements: the closed-form beams are exact between loaded nodes
 
 dense1D<double, 8> section(double A, double I)
 {
@@ -145,12 +145,11 @@ int main()
                 100.0 * gap(std::fabs(M_mid), M_mid_hand));
 
     // Tolerance: the model is the hand calculation's, shear included, save that the
-    // beam's load reaches its nodes as forces only, without the end moments of each
-    // element's share: the corners then hold w (L / n)^2 / 12 more or less, 26 N m
-    // here, 0.04 % of their moment and 0.08 % of the base's. 0.2 % holds it.
-    const bool ok = gap(std::fabs(M_base), M_base_hand) < 2e-3 &&
-                    gap(std::fabs(M_corner_column), M_corner_hand) < 2e-3 &&
-                    gap(std::fabs(M_corner_beam), M_corner_hand) < 2e-3 && gap(std::fabs(M_mid), M_mid_hand) < 2e-3;
+    // members stretch a little (an axial area 1000 times the real one): some 1e-5
+    // of the moments. 0.01 % holds it.
+    const bool ok = gap(std::fabs(M_base), M_base_hand) < 1e-4 &&
+                    gap(std::fabs(M_corner_column), M_corner_hand) < 1e-4 &&
+                    gap(std::fabs(M_corner_beam), M_corner_hand) < 1e-4 && gap(std::fabs(M_mid), M_mid_hand) < 1e-4;
     std::printf("%s\n", ok ? "checks passed" : "CHECK FAILED");
     return ok ? 0 : 1;
 }

@@ -15,8 +15,9 @@ using namespace elfes;
 template <unsigned N>
 using edge_rule = local_points_set<Gauss_edge, N>;
 
-// The load server of the closed-form beam: a force per unit length, one point.
-using external_work_server_lin_beam = external_work_server<beam_small, shape_edge2, edge_rule<1>>;
+// The load server of the closed-form beam: a force per unit length with the end
+// moments of the exact element.
+using external_work_server_lin_beam = closed_beam_load_server<beam_small>;
 
 // Beams: one point fewer than a full rule, against shear locking.
 template <class Shape> struct beam_rule;

@@ -172,6 +172,38 @@ private:
 // Beams. Local DOFs of a node: ux, uy, uz, rx, ry, rz in the element's frame.
 // Generalised strains: u', ry', rz', rx', uy' - rz, uz' + ry.
 
+// The loads of the closed-form beam: a uniform force q per unit length is the
+// pair of end forces q L / 2 and the end moments +-(L^2 / 12) e_x x q that hold the
+// exact element's ends fixed under it, so that its nodal motions stay exact under
+// loads between the nodes too (for a constant section, with or without shear
+// flexibility; a tapered one takes the moments of its mean section).
+template <class Physics>
+class closed_beam_load_server {
+public:
+    [[nodiscard]] error_type compute(const elementary_load& load, const unsigned* nodes, element_work_type& w) const
+    {
+        if (load.kind >= 32 || !(Physics::accepted_loads & load_bit(load.kind)) || load.values.empty())
+            return invalid_data_error;
+        double x[2][3];
+        if (auto e = gather_nodes<2>(w.pos, nodes, x); e != no_error) return e;
+        const double d[3] = {x[1][0] - x[0][0], x[1][1] - x[0][1], x[1][2] - x[0][2]};
+        const double L = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+        if (!(L > 0.0) || !std::isfinite(L)) return element_geometry_error;
+        if (!list_DOFs<2>(nodes, six_places, w.DOFs) || !size_outputs(w, 12, false, true)) return memory_error;
+        double q[3] = {};
+        for (unsigned k = 0; k < 3 && k < load.values.size(); ++k) q[k] = load.values[k] * w.factor;
+        // (L^2 / 12) e_x x q with e_x = d / L.
+        const double m[3] = {(d[1] * q[2] - d[2] * q[1]) * L / 12.0, (d[2] * q[0] - d[0] * q[2]) * L / 12.0,
+                             (d[0] * q[1] - d[1] * q[0]) * L / 12.0};
+        for (unsigned k = 0; k < 3; ++k) {
+            w.Fe[k] = w.Fe[6 + k] = 0.5 * q[k] * L;
+            w.Fe[3 + k] = m[k];
+            w.Fe[9 + k] = -m[k];
+        }
+        return no_error;
+    }
+};
+
 // The two-node beam in closed form. The element is the exact solution of a
 // cantilever between its nodes: the flexibility F of node 2 with node 1 clamped is
 // the integral of B^T D^-1 B, B taking the end loads to the section forces, and

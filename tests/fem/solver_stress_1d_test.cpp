@@ -163,6 +163,26 @@ TEST(post_processor_1d, simply_supported_beam_under_a_uniform_load)
                         1e-9 * data.displacement_max);
 }
 
+// A uniform load q against y on a beam clamped at both ends, in two elements: the
+// closed-form element's end moments of the load make the nodes exact, so the
+// mid-span deflection is q L^4 / (384 E Iz) + q L^2 / (8 G Ay) and the moment
+// Mz = q x (L - x) / 2 - q L^2 / 12 at every point.
+TEST(post_processor_1d, beam_clamped_at_both_ends_under_a_uniform_load)
+{
+    constexpr double q = 1.5, L = line::L, Iz = 0.1, Ay = 0.6;
+    line b(2, false, {{0, d_, 0}, {0, d_, 1}, {0, d_, 2}, {0, r_, 0}, {0, r_, 1}, {0, r_, 2},
+                      {2, d_, 0}, {2, d_, 1}, {2, d_, 2}, {2, r_, 0}, {2, r_, 1}, {2, r_, 2}});
+    b.spread(0.0, -q, 0.0);
+    const dense1D<double, 8> a = points({0.0, 0.25, 0.5, 1.0});
+    const auto data = b.sample(a);
+    const double w = q * L * L * L * L / (384.0 * line::E * Iz) + q * L * L / (8.0 * line::G * Ay);
+    EXPECT_NEAR(value(data.U, ID(1, displacement_tag, 1)), -w, 1e-12 * w);
+    for (unsigned c = 0; c < data.moments.cols(); ++c) {
+        const double x = L * (c / 4 + a[c % 4]) / 2.0;
+        EXPECT_NEAR(data.moments(2, c), q * x * (L - x) / 2.0 - q * L * L / 12.0, 1e-10 * q * L * L) << x;
+    }
+}
+
 // Each element's end values balance the loads on it, in every direction: the
 // forces change by q Le, the moments by the shear's lever and q Le^2 / 2.
 TEST(post_processor_1d, end_values_of_every_element_balance_its_loads)
