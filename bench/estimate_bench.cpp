@@ -30,19 +30,13 @@ int run_case(unsigned n, unsigned threads, bool with_progress)
     fem::context ctx;
     ctx.set_max_threads(threads);
     dense2D<double> pos = block.positions();
-    const dense2D<unsigned> mesh = block.cells();
     fem::DOFs_mgr DOFs = block.clamped_DOFs();
-    fem::law_solid_StVenant law;
-    dense1D<double, 8> params;
-    params.push_back(block.E), params.push_back(block.nu), params.push_back(0.0);
-    fem::model_solid_lin physics;
-    fem::numerical_model_stiff_lin model(ctx);
-    if (law.init(params) != no_error || physics.init(law) != no_error ||
-        model.init(ctx, physics, mesh, element_hexa8) != no_error) {
+    const bench::block_solid solid(ctx, block);
+    if (!solid.ok) {
         std::printf("    the model could not be built\n");
         return 1;
     }
-    fem::problem_data problem(ctx, pos, DOFs, model.get_ID(), 1);
+    fem::problem_data problem(ctx, pos, DOFs, solid.model.get_ID(), 1);
     fem::solver_static_linear solver;
     fem::solver_static_linear::data_type data(problem);
 

@@ -13,6 +13,10 @@
 #include "kelt/engine/profile.h"
 #include "kelt/engine/skyline.h"
 #include "kelt/fem/DOFs_mgr.h"
+#include "kelt/fem/context.h"
+#include "kelt/fem/laws.h"
+#include "kelt/fem/numerical_models.h"
+#include "kelt/fem/physics_models.h"
 #include "kelt/math/dense1D.h"
 #include "kelt/math/dense2D.h"
 
@@ -187,6 +191,23 @@ struct hexa8_block {
     }
 
     unsigned tip_DOF() const { return node(nx, ny / 2, nz / 2) * 9 + 2; }
+};
+
+// The block's elastic solids through the public interface, on a context:
+// `ok` when the law, the physics and the model took their data.
+struct block_solid {
+    block_solid(fem::context& ctx, const hexa8_block& block) : model(ctx)
+    {
+        dense1D<double, 8> params;
+        params.push_back(block.E), params.push_back(block.nu), params.push_back(0.0);
+        const dense2D<unsigned> mesh = block.cells();
+        ok = law.init(params) == no_error && physics.init(law) == no_error &&
+             model.init(ctx, physics, mesh, element_hexa8) == no_error;
+    }
+    fem::law_solid_StVenant law;
+    fem::model_solid_lin physics;
+    fem::numerical_model_stiff_lin model;
+    bool ok = false;
 };
 
 } // namespace kelt::bench
