@@ -485,6 +485,7 @@ struct factor_run {
     std::atomic<int> error{no_error};
     factor_progress* progress;
     double flops_done = 0.0, flops_total = 0.0;
+    std::vector<double> block_cost; // flops by block, when counted
 
     factor_run(block_proxy_data& d, Checker& c, unsigned LLC_size, unsigned threads, factor_progress* p)
         : data(d), checker(c), T(threads), ws(threads), copies(threads, fresh_copy(c)), progress(p)
@@ -496,7 +497,8 @@ struct factor_run {
     void finished(const unsigned* list, unsigned count)
     {
         if (!progress || error != no_error) return;
-        for (unsigned i = 0; i < count; ++i) flops_done += block_flops(data.shape(list[i]));
+        if (!block_cost.empty())
+            for (unsigned i = 0; i < count; ++i) flops_done += block_cost[list[i]];
         if (!progress->advance(flops_done, flops_total)) record(interrupted_warning);
     }
     void finished(unsigned b) { finished(&b, 1); }
@@ -581,8 +583,13 @@ struct factor_run {
     {
         const unsigned nb = data.nbr_blocks();
         const bool sequential = T < 2 || nb < 2 || data.nbr_values() <= 128;
-        if (progress)
-            for (unsigned b = 0; b < nb; ++b) flops_total += block_flops(data.shape(b));
+        // Counting walks every value of the profile once, shared by the threads.
+        if (progress && progress->counts_flops()) {
+            block_cost.resize(nb);
+#pragma omp parallel for num_threads(T) schedule(dynamic, 16)
+            for (unsigned b = 0; b < nb; ++b) block_cost[b] = block_flops(data.shape(b));
+            for (unsigned b = 0; b < nb; ++b) flops_total += block_cost[b];
+        }
         const int saved_levels = omp_get_max_active_levels();
         if (!sequential) omp_set_max_active_levels(2);
         for (unsigned b = 0; b < nb && error == no_error;) {

@@ -29,6 +29,8 @@ class factor_progress {
 public:
     virtual ~factor_progress() = default;
     virtual bool advance(double flops_done, double flops_total) = 0;
+    // False when only the stop matters: the flops are then not counted (0, 0).
+    virtual bool counts_flops() const { return true; }
 };
 
 // Factorises A under the pivot policy of `checker`, which receives the statistics.

@@ -31,6 +31,7 @@ public:
     void finish();
 
     bool advance(double flops_done, double flops_total) override;
+    bool counts_flops() const override { return hdl_ != nullptr; }
     bool elements_done(unsigned count) override { return reach(done_ + count); }
 
 private:
