@@ -13,6 +13,7 @@
 #include <cmath>
 
 #include "kelt/core/context.h"
+#include "kelt/core/finite_rotation.h"
 #include "kelt/elements/element_kinematics.h"
 #include "kelt/elements/element_loads.h"
 #include "kelt/elements/physics.h"
@@ -225,7 +226,10 @@ public:
                 }
             w.energy += v[p].energy_density * wf;
         }
-        if (geometric && matrix) add_geometric(v);
+        if (geometric && matrix) {
+            add_geometric(v);
+            if constexpr (finite) add_turn_geometric(e, v);
+        }
         if constexpr (Modifier::drilling)
             if (w.matrix_mode != matrix_geometric) add_drilling(e, area, w, matrix, vector);
         keep_places(w, matrix, vector);
@@ -287,6 +291,15 @@ private:
         double u[nbr_full];
         section_temperature<nbr_nodes> temperature;
         double size2 = 0.0; // the longest edge between corners, squared
+        // Finite variant: the turned positions, the reference normals at the nodes,
+        // the directors Lambda(theta_a) T_a with their first and second derivatives
+        // in theta_a, and the covariant shears at the tying points.
+        double xd[nbr_nodes][3];
+        double T[nbr_nodes][3];
+        double t[nbr_nodes][3];
+        double dt[nbr_nodes][3][3];    // (i, j): d t_i / d theta_j
+        double d2t[nbr_nodes][3][3][3]; // (i, j, k)
+        double tied_value[nbr_tying];
     };
 
     struct point_values {
@@ -299,6 +312,9 @@ private:
         strain8 sigma;
         double energy_density;
         double weight;
+        double N[nbr_nodes];
+        double J[3];     // J00, J10, J11 of the surface frame
+        double xs[2][3]; // finite variant: the turned position's gradients along e1, e2
     };
 
     struct surface_item {
@@ -348,6 +364,8 @@ private:
         for (unsigned a = 0; a < nbr_nodes; ++a)
             for (unsigned k = 0; k < base::nbr_places; ++k) e.u[6 * a + places[k]] = u[a * base::nbr_places + k];
         e.temperature.read(w, nodes);
+        if constexpr (finite)
+            if (!turn_directors(e)) return element_geometry_error;
         if constexpr (Modifier::shear_stabilisation > 0.0) {
             e.size2 = 0.0;
             for (unsigned a = 0; a < 3; ++a) {
@@ -360,11 +378,159 @@ private:
         return no_error;
     }
 
+    // t_a = Lambda(theta_a) T_a on jets over the node's three rotations.
+    bool turn_directors(element_data& e) const
+    {
+        using J = jet2<3>;
+        for (unsigned a = 0; a < nbr_nodes; ++a) {
+            double tg[2][3];
+            tangents(node_items[a], e.x, tg);
+            cross(tg[0], tg[1], e.T[a]);
+            const double l = norm(e.T[a]);
+            if (!(l > 0.0) || !std::isfinite(l)) return false;
+            for (unsigned i = 0; i < 3; ++i) {
+                e.T[a][i] /= l;
+                e.xd[a][i] = e.x[a][i] + e.u[6 * a + i];
+            }
+            const J theta[3] = {J::variable(0, e.u[6 * a + 3]), J::variable(1, e.u[6 * a + 4]),
+                                J::variable(2, e.u[6 * a + 5])};
+            const J s = theta[0] * theta[0] + theta[1] * theta[1] + theta[2] * theta[2];
+            J ca, cb, cc;
+            turn_coefficients(s, ca, cb, cc);
+            const J T[3] = {J(e.T[a][0]), J(e.T[a][1]), J(e.T[a][2])};
+            J t[3];
+            turn_transposed(theta, -ca, cb, T, t); // Lambda = (Lambda^T)^T: the sign of a flips
+            for (unsigned i = 0; i < 3; ++i) {
+                if (!std::isfinite(t[i].v)) return false;
+                e.t[a][i] = t[i].v;
+                for (unsigned j = 0; j < 3; ++j) {
+                    e.dt[a][i][j] = t[i].g[j];
+                    for (unsigned k = 0; k < 3; ++k) e.d2t[a][i][j][k] = t[i].h[j][k];
+                }
+            }
+        }
+        return true;
+    }
+
+    // Row of the gradient of y . x over six DOFs a node, x = sum dx_a xd_a and
+    // y = sum cy_a t_a (director terms) or y = sum cy_a xd_a (two positions).
+    static void director_row(const element_data& e, const double* dx, const double* x, const double* cy,
+                             const double* y, double* row)
+    {
+        for (unsigned a = 0; a < nbr_nodes; ++a)
+            for (unsigned i = 0; i < 3; ++i) {
+                row[6 * a + i] += dx[a] * y[i];
+                double s = 0.0;
+                for (unsigned k = 0; k < 3; ++k) s += x[k] * e.dt[a][k][i];
+                row[6 * a + 3 + i] += cy[a] * s;
+            }
+    }
+    // Hessian of s (x . y), x = sum dx_a xd_a, y = sum cy_a t_a, into K's upper triangle.
+    static void director_hessian(const element_data& e, double s, const double* dx, const double* x, const double* cy)
+    {
+        for (unsigned b = 0; b < nbr_nodes; ++b) {
+            const double sc = s * cy[b];
+            if (sc == 0.0) continue;
+            for (unsigned a = 0; a < nbr_nodes; ++a) {
+                const double m = dx[a] * sc;
+                if (m == 0.0) continue;
+                for (unsigned i = 0; i < 3; ++i)
+                    for (unsigned j = 0; j < 3; ++j) {
+                        const unsigned r = 6 * a + i, c = 6 * b + 3 + j;
+                        K[std::min(r, c)][std::max(r, c)] += m * e.dt[b][i][j];
+                    }
+            }
+            for (unsigned j = 0; j < 3; ++j)
+                for (unsigned k = j; k < 3; ++k) {
+                    double d = 0.0;
+                    for (unsigned i = 0; i < 3; ++i) d += x[i] * e.d2t[b][i][j][k];
+                    K[6 * b + 3 + j][6 * b + 3 + k] += sc * d;
+                }
+        }
+    }
+    template <class Items>
+    static void combine(const Items& items, unsigned k, const double (*x)[3], double* out)
+    {
+        for (unsigned i = 0; i < 3; ++i) {
+            double s = 0.0;
+            for (unsigned a = 0; a < nbr_nodes; ++a) s += x[a][i] * (k < 2 ? items[a].dN[k] : items[a].N);
+            out[i] = s;
+        }
+    }
+
+    // Finite variant, at tying point t: x,k . t - X,k . T and its row.
+    void finite_tying_row(const element_data& e, unsigned t, double* row, double& value) const
+    {
+        const unsigned k = Modifier::tying[t].component;
+        const auto& it = tying_items[t];
+        double X[3], x[3], T[3], y[3], dx[nbr_nodes], cy[nbr_nodes];
+        combine(it, k, e.x, X);
+        combine(it, k, e.xd, x);
+        combine(it, 2, e.T, T);
+        combine(it, 2, e.t, y);
+        for (unsigned a = 0; a < nbr_nodes; ++a) {
+            dx[a] = it[a].dN[k];
+            cy[a] = it[a].N;
+        }
+        for (unsigned i = 0; i < nbr_full; ++i) row[i] = 0.0;
+        director_row(e, dx, x, cy, y, row);
+        value = dot(x, y) - dot(X, T);
+    }
+
+    // The finite variant's second derivatives through the directors: the bending
+    // and shear forces times the Hessians of x,a . t,b and x,a . t (the membrane
+    // part is add_geometric's).
+    void add_turn_geometric(const element_data& e, const point_values (&v)[nbr_points]) const
+    {
+        double tying_weight[nbr_tying] = {};
+        for (unsigned p = 0; p < nbr_points; ++p) {
+            const point_values& q = v[p];
+            double d1[nbr_nodes], d2[nbr_nodes];
+            for (unsigned a = 0; a < nbr_nodes; ++a) {
+                d1[a] = q.dNs[a][0];
+                d2[a] = q.dNs[a][1];
+            }
+            const double w = q.weight;
+            director_hessian(e, w * q.sigma[3], d1, q.xs[0], d1);
+            director_hessian(e, w * q.sigma[4], d2, q.xs[1], d2);
+            director_hessian(e, w * q.sigma[5], d1, q.xs[0], d2);
+            director_hessian(e, w * q.sigma[5], d2, q.xs[1], d1);
+            if constexpr (Modifier::nbr_tying > 0) {
+                // gamma_1 = c_0 / J00, gamma_2 = (c_1 - J10 gamma_1) / J11 with c_k = sum c_kt g_t.
+                const auto& c = tying_coefficients[p];
+                const double J00 = q.J[0], J10 = q.J[1], J11 = q.J[2];
+                for (unsigned t = 0; t < nbr_tying; ++t) {
+                    const double g1 = c[0][t] / J00, g2 = (c[1][t] - J10 * g1) / J11;
+                    tying_weight[t] += w * (q.sigma[6] * g1 + q.sigma[7] * g2);
+                }
+            } else {
+                director_hessian(e, w * q.sigma[6], d1, q.xs[0], q.N);
+                director_hessian(e, w * q.sigma[7], d2, q.xs[1], q.N);
+            }
+        }
+        if constexpr (Modifier::nbr_tying > 0)
+            for (unsigned t = 0; t < nbr_tying; ++t) {
+                const unsigned k = Modifier::tying[t].component;
+                const auto& it = tying_items[t];
+                double x[3], dx[nbr_nodes], cy[nbr_nodes];
+                combine(it, k, e.xd, x);
+                for (unsigned a = 0; a < nbr_nodes; ++a) {
+                    dx[a] = it[a].dN[k];
+                    cy[a] = it[a].N;
+                }
+                director_hessian(e, tying_weight[t], dx, x, cy);
+            }
+    }
+
     // Rows of the covariant transverse shears at the tying points, on six DOFs a
     // node: n.du/dr_k + t_k.(theta x n) = n.du/dr_k + theta.(n x t_k).
-    bool tying_rows(const element_data& e, double (&rows)[2 * nbr_tying][nbr_full]) const
+    bool tying_rows(element_data& e, double (&rows)[2 * nbr_tying][nbr_full]) const
     {
         for (unsigned t = 0; t < Modifier::nbr_tying; ++t) {
+            if constexpr (finite) {
+                finite_tying_row(e, t, rows[t], e.tied_value[t]);
+                continue;
+            }
             const unsigned k = Modifier::tying[t].component;
             double tg[2][3], n[3], nt[3];
             tangents(tying_items[t], e.x, tg);
@@ -411,6 +577,12 @@ private:
         for (unsigned a = 0; a < nbr_nodes; ++a) {
             v.dNs[a][0] = items[a].dN[0] / J00;
             v.dNs[a][1] = (items[a].dN[1] - J10 * v.dNs[a][0]) / J11;
+            v.N[a] = items[a].N;
+        }
+        v.J[0] = J00, v.J[1] = J10, v.J[2] = J11;
+        if constexpr (finite) {
+            finite_strains(p, e, tied, v);
+            return finish_point(p, e, w, v, det);
         }
         // Gradients of the displacement along e1, e2, for the finite membrane terms.
         double g[2][3] = {{e1[0], e1[1], e1[2]}, {e2[0], e2[1], e2[2]}};
@@ -469,6 +641,78 @@ private:
             v.eps[1] = dot(e2, du[1]) + 0.5 * dot(du[1], du[1]);
             v.eps[2] = dot(e1, du[1]) + dot(e2, du[0]) + dot(du[0], du[1]);
         }
+        return finish_point(p, e, w, v, det);
+    }
+
+    // The finite variant's strains in the reference surface frame, from the turned
+    // positions x and directors t: membrane (x,a . x,b - X,a . X,b) / 2, bending
+    // (x,a . t,b + x,b . t,a - X,a . T,b - X,b . T,a) / 2, shear x,a . t - X,a . T,
+    // engineering shears for the off-diagonal terms; B their gradient.
+    void finite_strains(unsigned p, const element_data& e, const double (&tied)[2 * nbr_tying][nbr_full],
+                        point_values& v) const
+    {
+        double d[2][nbr_nodes];
+        for (unsigned a = 0; a < nbr_nodes; ++a) d[0][a] = v.dNs[a][0], d[1][a] = v.dNs[a][1];
+        double X[2][3], T[3], dT[2][3], t[3], dt[2][3];
+        for (unsigned i = 0; i < 3; ++i) {
+            X[0][i] = X[1][i] = v.xs[0][i] = v.xs[1][i] = T[i] = t[i] = 0.0;
+            dT[0][i] = dT[1][i] = dt[0][i] = dt[1][i] = 0.0;
+            for (unsigned a = 0; a < nbr_nodes; ++a) {
+                for (unsigned k = 0; k < 2; ++k) {
+                    X[k][i] += d[k][a] * e.x[a][i];
+                    v.xs[k][i] += d[k][a] * e.xd[a][i];
+                    dT[k][i] += d[k][a] * e.T[a][i];
+                    dt[k][i] += d[k][a] * e.t[a][i];
+                }
+                T[i] += v.N[a] * e.T[a][i];
+                t[i] += v.N[a] * e.t[a][i];
+            }
+        }
+        const double(&x)[2][3] = v.xs;
+        for (unsigned m = 0; m < 8; ++m)
+            for (unsigned i = 0; i < nbr_full; ++i) v.B[m][i] = 0.0;
+        v.eps[0] = 0.5 * (dot(x[0], x[0]) - dot(X[0], X[0]));
+        v.eps[1] = 0.5 * (dot(x[1], x[1]) - dot(X[1], X[1]));
+        v.eps[2] = dot(x[0], x[1]) - dot(X[0], X[1]);
+        v.eps[3] = dot(x[0], dt[0]) - dot(X[0], dT[0]);
+        v.eps[4] = dot(x[1], dt[1]) - dot(X[1], dT[1]);
+        v.eps[5] = dot(x[0], dt[1]) + dot(x[1], dt[0]) - dot(X[0], dT[1]) - dot(X[1], dT[0]);
+        for (unsigned a = 0; a < nbr_nodes; ++a)
+            for (unsigned i = 0; i < 3; ++i) {
+                v.B[0][6 * a + i] = d[0][a] * x[0][i];
+                v.B[1][6 * a + i] = d[1][a] * x[1][i];
+                v.B[2][6 * a + i] = d[0][a] * x[1][i] + d[1][a] * x[0][i];
+            }
+        director_row(e, d[0], x[0], d[0], dt[0], v.B[3]);
+        director_row(e, d[1], x[1], d[1], dt[1], v.B[4]);
+        director_row(e, d[0], x[0], d[1], dt[1], v.B[5]);
+        director_row(e, d[1], x[1], d[0], dt[0], v.B[5]);
+        if constexpr (Modifier::nbr_tying > 0) {
+            // The same covariant interpolation as the small variant's, on values and rows.
+            const auto& c = tying_coefficients[p];
+            for (unsigned i = 0; i <= nbr_full; ++i) {
+                double c0 = 0.0, c1 = 0.0;
+                for (unsigned k = 0; k < nbr_tying; ++k) {
+                    const double g = i < nbr_full ? tied[k][i] : e.tied_value[k];
+                    c0 += c[0][k] * g;
+                    c1 += c[1][k] * g;
+                }
+                const double g1 = c0 / v.J[0], g2 = (c1 - v.J[1] * g1) / v.J[2];
+                (i < nbr_full ? v.B[6][i] : v.eps[6]) = g1;
+                (i < nbr_full ? v.B[7][i] : v.eps[7]) = g2;
+            }
+        } else {
+            v.eps[6] = dot(x[0], t) - dot(X[0], T);
+            v.eps[7] = dot(x[1], t) - dot(X[1], T);
+            director_row(e, d[0], x[0], v.N, t, v.B[6]);
+            director_row(e, d[1], x[1], v.N, t, v.B[7]);
+        }
+    }
+
+    // The law at point p, from the strains in v.
+    double finish_point(unsigned p, const element_data& e, element_work_type& w, point_values& v, double det) const
+    {
+        const kinematic_item<Shape>* items = data.items[p];
         // The law sees the strains less those of the section's temperatures.
         const law_key key{w.model, w.element, data.points[p].ID};
         strain8 mechanical = v.eps;
