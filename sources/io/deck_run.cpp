@@ -295,7 +295,9 @@ file_status write_deck_dat(const std::string& path, const deck_data& deck, const
             std::vector<unsigned> nodes = deck.node_set(o.set)->items;
             std::sort(nodes.begin(), nodes.end(),
                       [&](unsigned a, unsigned b) { return deck.node_tags[a] < deck.node_tags[b]; });
-            if (o.totals) skipped.push_back("step " + std::to_string(s + 1) + ": TOTALS of *NODE PRINT");
+            const bool has_RF = std::find(o.variables.begin(), o.variables.end(), "RF") != o.variables.end();
+            if (o.totals && !(has_RF && r.procedure == deck_procedure::static_linear))
+                skipped.push_back("step " + std::to_string(s + 1) + ": TOTALS of *NODE PRINT");
             for (const std::string& v : o.variables) {
                 const bool statics = r.procedure == deck_procedure::static_linear;
                 const bool fits = ((v == "U" || v == "RF") && statics) || (v == "NT" && !statics);
@@ -314,6 +316,16 @@ file_status write_deck_dat(const std::string& path, const deck_data& deck, const
                     for (unsigned k = 0; k < m.rows(); ++k)
                         len += std::snprintf(line + len, sizeof line - std::size_t(len), "%14.6E", m(k, n));
                     text.append(line, std::size_t(len)).push_back('\n');
+                }
+                if (v == "RF" && o.totals) {
+                    // The set's resultant: what the held nodes carry in all.
+                    double total[3] = {0.0, 0.0, 0.0};
+                    for (unsigned n : nodes)
+                        for (unsigned k = 0; k < 3; ++k) total[k] += m(k, n);
+                    text += "\n total force (fx,fy,fz) for set " + o.set + " and time " + fortran_e(r.time) + "\n\n";
+                    const int len = std::snprintf(line, sizeof line, "      %14.6E%14.6E%14.6E\n", total[0], total[1],
+                                                  total[2]);
+                    text.append(line, std::size_t(len));
                 }
             }
         }

@@ -33,7 +33,8 @@ file_status run_deck(const std::string& deck_path, const deck_data& deck, const 
                      std::vector<deck_step_result>& results);
 
 // The values the `*NODE PRINT` cards ask for, step after step, nodes by number.
-// What is not written yet (element values, sums over a set) is named in `skipped`.
+// What is not written yet (element values, sums over a set other than the forces
+// of a static step) is named in `skipped`.
 file_status write_deck_dat(const std::string& path, const deck_data& deck, const std::vector<deck_step_result>& results,
                            std::vector<std::string>& skipped);
 

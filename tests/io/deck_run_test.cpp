@@ -256,7 +256,7 @@ TEST(deck_run, every_solid_type_passes_the_patch_test_through_a_deck)
 TEST(deck_run, a_deck_equals_the_same_model_built_through_the_api)
 {
     const cube_deck cube("C3D8", "*BOUNDARY\nX0, 1, 3\n*STEP\n*STATIC\n*CLOAD\n7, 2, 3.0\n*DLOAD\n1, P4, 5.0\n"
-                                 "*NODE PRINT, NSET=NALL\nU\n*END STEP\n");
+                                 "*NODE PRINT, NSET=NALL\nU\n*NODE PRINT, NSET=X0, TOTALS=YES\nRF\n*END STEP\n");
     scratch_dir dir;
     const std::string path = dir.write("cube.inp", cube.text);
     io::deck_data deck;
@@ -322,4 +322,18 @@ TEST(deck_run, a_deck_equals_the_same_model_built_through_the_api)
     for (const auto& [tag, v] : blocks[0].rows)
         for (unsigned k = 0; k < 3; ++k)
             EXPECT_NEAR(v.at(k), results[0].values(k, unsigned(tag - 1)), 1e-6 * largest);
+
+    // The clamped face's total force balances the loads: 5 x 1 of pressure
+    // pushing along -x and 3 at the corner along y.
+    std::ifstream in(dir / "cube.dat");
+    std::string line;
+    while (std::getline(in, line) && line.rfind(" total force", 0) != 0) {}
+    EXPECT_EQ(line, " total force (fx,fy,fz) for set X0 and time  0.1000000E+01");
+    std::getline(in, line), std::getline(in, line);
+    std::istringstream row(line);
+    double total[3] = {NAN, NAN, NAN};
+    row >> total[0] >> total[1] >> total[2];
+    EXPECT_NEAR(total[0], 5.0, 1e-5);
+    EXPECT_NEAR(total[1], -3.0, 1e-5);
+    EXPECT_NEAR(total[2], 0.0, 1e-5);
 }
