@@ -7,11 +7,23 @@
 // of finite rotations come with their exact derivatives.
 #pragma once
 
+#include <array>
 #include <cmath>
 
 #include "kelt/math/jet.h"
 
 namespace kelt::core {
+
+// 1 / m! for m = 0 .. 19, the coefficients of the series below.
+inline constexpr auto inverse_factorial = [] {
+    std::array<double, 20> r{};
+    double f = 1.0;
+    for (unsigned m = 0; m < r.size(); ++m) {
+        f *= m > 1 ? double(m) : 1.0;
+        r[m] = 1.0 / f;
+    }
+    return r;
+}();
 
 // a, b, c of the turn as functions of s = |theta|^2: near 0 their series, whose
 // derivatives stay exact where the closed forms cancel.
@@ -19,23 +31,19 @@ template <class T>
 void turn_coefficients(const T& s, T& a, T& b, T& c)
 {
     using std::cos, std::sin, std::sqrt;
-    // Series in s up to s^8: at s = 1/4 the next term is below 1e-25.
-    constexpr unsigned terms = 9;
     if (value_of(s) < 0.25) {
-        // a = sum (-s)^k / (2k+1)!, b = sum (-s)^k / (2k+2)!, c = sum (-s)^k / (2k+3)!.
-        double fa[terms], fb[terms], fc[terms], f = 1.0;
-        for (unsigned k = 0, n = 1; k < terms; ++k) {
-            fa[k] = (k % 2 ? -1.0 : 1.0) / f;
-            f *= double(++n);
-            fb[k] = (k % 2 ? -1.0 : 1.0) / f;
-            f *= double(++n);
-            fc[k] = (k % 2 ? -1.0 : 1.0) / f;
-        }
-        a = T(fa[terms - 1]), b = T(fb[terms - 1]), c = T(fc[terms - 1]);
-        for (unsigned k = terms - 1; k-- > 0;) {
-            a = a * s + T(fa[k]);
-            b = b * s + T(fb[k]);
-            c = c * s + T(fc[k]);
+        // a = sum (-s)^k / (2k+1)!, b = sum (-s)^k / (2k+2)!, c = sum (-s)^k / (2k+3)!
+        // up to s^8, by Horner: at s = 1/4 the next term is below 1e-25.
+        constexpr unsigned last = 8;
+        const double sign = last % 2 ? -1.0 : 1.0;
+        a = T(sign * inverse_factorial[2 * last + 1]);
+        b = T(sign * inverse_factorial[2 * last + 2]);
+        c = T(sign * inverse_factorial[2 * last + 3]);
+        for (unsigned k = last; k-- > 0;) {
+            const double sk = k % 2 ? -1.0 : 1.0;
+            a = a * s + T(sk * inverse_factorial[2 * k + 1]);
+            b = b * s + T(sk * inverse_factorial[2 * k + 2]);
+            c = c * s + T(sk * inverse_factorial[2 * k + 3]);
         }
         return;
     }

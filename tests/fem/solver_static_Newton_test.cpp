@@ -292,6 +292,35 @@ TEST(solver_static_Newton, interrupt_at_every_poll)
 }
 
 
+// Nodes from `first_free` on free, all held out of the x-z plane: y and the turns
+// about x and z.
+fem::DOFs_mgr in_plane_DOFs(unsigned nodes, unsigned first_free)
+{
+    fem::DOFs_mgr dofs(nodes, false);
+    for (unsigned i = 0; i < nodes; ++i) {
+        EXPECT_EQ(dofs.set(i, displacement_tag, i >= first_free), no_error);
+        EXPECT_EQ(dofs.set(i, rotation_tag, i >= first_free), no_error);
+        EXPECT_EQ(dofs.set(i, displacement_tag, 1, false), no_error);
+        EXPECT_EQ(dofs.set(i, rotation_tag, 0, false), no_error);
+        EXPECT_EQ(dofs.set(i, rotation_tag, 2, false), no_error);
+    }
+    return dofs;
+}
+
+// The largest distance, over the nodes from `first` on in column k of U, from the
+// circle of radius R through the origin that a positive turn about y rolls a line
+// along x into: x goes towards -z, so the centre lies at (0, 0, -R).
+double off_circle(const fem::FEM_matrix& U, const dense2D<double>& pos, unsigned first, unsigned k, double R)
+{
+    double worst = 0.0;
+    for (unsigned i = first; i < pos.cols(); ++i) {
+        const double x = pos(0, i) + value(U, fem::DOFs_mgr::ID(i, displacement_tag, 0), k);
+        const double z = value(U, fem::DOFs_mgr::ID(i, displacement_tag, 2), k);
+        worst = std::max(worst, std::fabs(std::hypot(x, z + R) - R));
+    }
+    return worst;
+}
+
 // A cantilever of finite beams under an end moment M = 2 pi E I / L about y rolls
 // into a full circle of radius L / (2 pi): in load steps from the straight start,
 // every node lies on the circle of each step's radius L E I / M, the tip turns by
@@ -322,14 +351,7 @@ TEST(solver_static_Newton, finite_beam_cantilever_rolls_into_a_full_circle)
         ASSERT_EQ(law.init(d), no_error);
         ASSERT_EQ(physics.init(law), no_error);
         ASSERT_EQ(model.init(t.ctx, physics, cells, type), no_error);
-        fem::DOFs_mgr dofs(nodes, false);
-        for (unsigned i = 0; i < nodes; ++i) {
-            ASSERT_EQ(dofs.set(i, displacement_tag, i > 0), no_error);
-            ASSERT_EQ(dofs.set(i, rotation_tag, i > 0), no_error);
-            ASSERT_EQ(dofs.set(i, displacement_tag, 1, false), no_error);
-            ASSERT_EQ(dofs.set(i, rotation_tag, 0, false), no_error);
-            ASSERT_EQ(dofs.set(i, rotation_tag, 2, false), no_error);
-        }
+        fem::DOFs_mgr dofs = in_plane_DOFs(nodes, 1);
         const double M = 2 * pi * EI / L;
         fem::problem_data p(t.ctx, pos, dofs, model.get_ID(), 1);
         ASSERT_EQ(p.get_loads_mgr(0).record_DOF_load(fem::DOFs_mgr::ID(nodes - 1, rotation_tag, 1), M, 1), no_error);
@@ -340,15 +362,8 @@ TEST(solver_static_Newton, finite_beam_cantilever_rolls_into_a_full_circle)
         ASSERT_EQ(data.error_code, no_error) << data.msg_title << data.msg_detail;
         ASSERT_EQ(data.U.cols(), steps);
         for (unsigned k = 0; k < steps; ++k) {
-            // A positive turn about y takes x towards -z: the centre lies below.
             const double turn = 2 * pi * (k + 1) / steps, R = L / turn;
-            double worst = 0.0;
-            for (unsigned i = 1; i < nodes; ++i) { // the root is held at the origin
-                const double x = pos(0, i) + value(data.U, fem::DOFs_mgr::ID(i, displacement_tag, 0), k);
-                const double z = value(data.U, fem::DOFs_mgr::ID(i, displacement_tag, 2), k);
-                worst = std::max(worst, std::fabs(std::hypot(x, z + R) - R));
-            }
-            EXPECT_LT(worst, off * R) << "step " << k + 1;
+            EXPECT_LT(off_circle(data.U, pos, 1, k, R), off * R) << "step " << k + 1; // the root is held
             EXPECT_NEAR(value(data.U, fem::DOFs_mgr::ID(nodes - 1, rotation_tag, 1), k), turn, 1e-6 * turn);
             const double W = EI * turn * turn / (2 * L);
             EXPECT_NEAR(data.energy[k], W, 1e-4 * W) << "step " << k + 1;
@@ -379,14 +394,7 @@ TEST(solver_static_Newton, finite_shell_strip_rolls_into_a_full_circle)
     ASSERT_EQ(law.init(d), no_error);
     ASSERT_EQ(physics.init(law), no_error);
     ASSERT_EQ(model.init(t.ctx, physics, cells, element_faceQ4), no_error);
-    fem::DOFs_mgr dofs(nodes, false);
-    for (unsigned i = 0; i < nodes; ++i) {
-        ASSERT_EQ(dofs.set(i, displacement_tag, i > 1), no_error);
-        ASSERT_EQ(dofs.set(i, rotation_tag, i > 1), no_error);
-        ASSERT_EQ(dofs.set(i, displacement_tag, 1, false), no_error);
-        ASSERT_EQ(dofs.set(i, rotation_tag, 0, false), no_error);
-        ASSERT_EQ(dofs.set(i, rotation_tag, 2, false), no_error);
-    }
+    fem::DOFs_mgr dofs = in_plane_DOFs(nodes, 2);
     const double M = 2 * pi * EI / L;
     fem::problem_data p(t.ctx, pos, dofs, model.get_ID(), 1);
     for (unsigned i : {nodes - 2, nodes - 1})
@@ -404,14 +412,8 @@ TEST(solver_static_Newton, finite_shell_strip_rolls_into_a_full_circle)
         // n = 32 and 64 (a quarter when n doubles); a thick strip would add its own
         // stretch-curvature coupling (h / R)^2.
         const double tol = 0.3 * (turn / n) * (turn / n);
-        double worst = 0.0;
-        for (unsigned i = 2; i < nodes; ++i) {
-            const double x = pos(0, i) + value(data.U, fem::DOFs_mgr::ID(i, displacement_tag, 0), k);
-            const double z = value(data.U, fem::DOFs_mgr::ID(i, displacement_tag, 2), k);
-            worst = std::max(worst, std::fabs(std::hypot(x, z + R) - R) / R);
-        }
         const double W = EI * turn * turn / (2 * L);
-        EXPECT_LT(worst, tol) << "step " << k + 1;
+        EXPECT_LT(off_circle(data.U, pos, 2, k, R), tol * R) << "step " << k + 1;
         EXPECT_NEAR(value(data.U, fem::DOFs_mgr::ID(nodes - 1, rotation_tag, 1), k), turn, tol * turn);
         EXPECT_NEAR(data.energy[k], W, tol * W) << "step " << k + 1;
     }
